@@ -1,0 +1,152 @@
+#include "cursor_track.h"
+
+#include <algorithm>
+#include <system_error>
+
+#include "base/files.h"
+
+namespace quillo::project {
+
+namespace {
+
+const char* const kUnreadable = "The cursor track could not be read";
+
+// The first sample whose time is not less than t.
+std::vector<CursorSample>::const_iterator firstAtOrAfter(const std::vector<CursorSample>& samples,
+                                                         double t) {
+    return std::lower_bound(samples.begin(), samples.end(), t,
+                            [](const CursorSample& s, double time) { return s.t < time; });
+}
+
+Json toJson(const CursorSample& sample) {
+    Json json = {{"t", sample.t}, {"x", sample.x}, {"y", sample.y}};
+    if (sample.c) {
+        json["c"] = *sample.c;
+    }
+    return json;
+}
+
+Json toJson(const CursorShape& shape) {
+    return {{"id", shape.id},     {"width", shape.width}, {"height", shape.height},
+            {"hotX", shape.hotX}, {"hotY", shape.hotY}};
+}
+
+template <class T>
+Json listToJson(const std::vector<T>& items) {
+    Json list = Json::array();
+    for (const T& item : items) {
+        list.push_back(toJson(item));
+    }
+    return list;
+}
+
+CursorSample readSample(JsonReader& r) {
+    CursorSample sample;
+    sample.t = r.real("t");
+    sample.x = r.real("x");
+    sample.y = r.real("y");
+    sample.c = r.optionalInteger("c");
+    return sample;
+}
+
+CursorShape readShape(JsonReader& r) {
+    CursorShape shape;
+    shape.id = r.integer("id");
+    shape.width = r.real("width");
+    shape.height = r.real("height");
+    shape.hotX = r.real("hotX");
+    shape.hotY = r.real("hotY");
+    return shape;
+}
+
+CursorTrack readTrack(JsonReader& r) {
+    CursorTrack track;
+    track.version = r.integer("version");
+    track.samples = r.list("samples", readSample);
+    track.clicks = r.list("clicks", readSample);
+    track.layered = r.optionalBoolean("layered");
+    track.pixelsPerPoint = r.optionalReal("pixelsPerPoint");
+    track.shapes = r.optionalList("shapes", readShape);
+    track.typing = r.optionalList("typing", readSample);
+    return track;
+}
+
+}  // namespace
+
+std::optional<Point> CursorTrack::position(double t) const {
+    if (samples.empty()) {
+        return std::nullopt;
+    }
+    auto it = firstAtOrAfter(samples, t);
+    if (it == samples.begin()) {
+        return Point{it->x, it->y};
+    }
+    if (it == samples.end()) {
+        return Point{samples.back().x, samples.back().y};
+    }
+    const CursorSample& before = *(it - 1);
+    const CursorSample& after = *it;
+    double fraction = before.t < after.t ? (t - before.t) / (after.t - before.t) : 0;
+    return Point{before.x + (after.x - before.x) * fraction,
+                 before.y + (after.y - before.y) * fraction};
+}
+
+std::optional<int64_t> CursorTrack::shape(double t) const {
+    if (samples.empty()) {
+        return std::nullopt;
+    }
+    auto it = firstAtOrAfter(samples, t);
+    return it == samples.end() ? samples.back().c : it->c;
+}
+
+std::filesystem::path CursorTrack::shapeImageName(int64_t id) {
+    return "cursor-" + std::to_string(id) + ".png";
+}
+
+Json toJson(const CursorTrack& track) {
+    Json json = {{"version", track.version},
+                 {"samples", listToJson(track.samples)},
+                 {"clicks", listToJson(track.clicks)}};
+    if (track.layered) {
+        json["layered"] = *track.layered;
+    }
+    if (track.pixelsPerPoint) {
+        json["pixelsPerPoint"] = *track.pixelsPerPoint;
+    }
+    if (track.shapes) {
+        json["shapes"] = listToJson(*track.shapes);
+    }
+    if (track.typing) {
+        json["typing"] = listToJson(*track.typing);
+    }
+    return json;
+}
+
+Result<CursorTrack> cursorTrackFromJson(const Json& json) {
+    return JsonReader::decodeDocument<CursorTrack>(json, readTrack, kUnreadable);
+}
+
+std::string encodeCursorTrack(const CursorTrack& track) { return toPrettyJson(toJson(track)); }
+
+Result<CursorTrack> decodeCursorTrack(std::string_view text) {
+    return JsonReader::decodeText<CursorTrack>(text, readTrack, kUnreadable);
+}
+
+Result<std::optional<CursorTrack>> loadCursorTrack(const std::filesystem::path& folder) {
+    std::filesystem::path file = folder / CursorTrack::kFileName;
+    std::error_code ec;
+    if (!std::filesystem::exists(file, ec)) {
+        return std::optional<CursorTrack>();
+    }
+    auto text = readFile(file);
+    if (!text) {
+        return text.error();
+    }
+    auto track = decodeCursorTrack(*text);
+    if (!track) {
+        return track.error();
+    }
+    return std::optional<CursorTrack>(std::move(track.value()));
+}
+
+}  // namespace quillo::project
