@@ -8,6 +8,11 @@ namespace quillo::project {
 namespace fs = std::filesystem;
 
 Result<LocalProject> LocalProject::open(const fs::path& directory) {
+    std::error_code ec;
+    if (!fs::exists(directory / ProjectMetadata::kFileName, ec)) {
+        return AppError("“" + directory.string() + "” is not a Quillo recording: it has no “" +
+                        ProjectMetadata::kFileName + "”.");
+    }
     auto text = readFile(directory / ProjectMetadata::kFileName);
     if (!text) {
         return text.error();
