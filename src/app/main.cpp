@@ -1,9 +1,8 @@
 // The quillo executable: the studio, the headless mode and the command-line tools.
 
-#include <signal.h>
-
 #include <cstring>
 #include <iostream>
+#include <signal.h>
 #include <string>
 #include <thread>
 
@@ -54,7 +53,8 @@ int runHeadless() {
                                  environmentValue("QUILLO_SELFTEST") == "1");
     (void)preferences.store().startWatching(mainQueue);
 
-    project::ProjectLibrary library(libraryRoot(std::nullopt, preferences.get(app::prefs::libraryPath)));
+    project::ProjectLibrary library(
+        libraryRoot(std::nullopt, preferences.get(app::prefs::libraryPath)));
     auto projects = library.load();
     std::cout << "Quillo " << QUILLO_VERSION << " is running without windows.\n"
               << "Library: " << library.root().string();

@@ -49,8 +49,8 @@ inline const PreferenceKey<int64_t> backdropBackground{"backdropBackground", 0};
 inline const PreferenceKey<double> backdropPadding{"backdropPadding", 0.08};
 inline const PreferenceKey<double> backdropCorner{"backdropCorner", 0.02};
 inline const PreferenceKey<bool> backdropShadow{"backdropShadow", true};
-inline const PreferenceKey<project::AspectRatio> defaultAspect{
-    "defaultAspect", firstCase<project::AspectRatio>()};
+inline const PreferenceKey<project::AspectRatio> defaultAspect{"defaultAspect",
+                                                               firstCase<project::AspectRatio>()};
 inline const PreferenceKey<bool> cursorVisible{"cursorVisible", true};
 inline const PreferenceKey<double> cursorSize{"cursorSize", 1.4};
 inline const PreferenceKey<double> cursorSmoothing{"cursorSmoothing", 0.35};
@@ -126,8 +126,8 @@ public:
     OptionalText get(const PreferenceKey<OptionalText>& key) const;
     TextList get(const PreferenceKey<TextList>& key) const;
     template <class E>
-        requires std::is_enum_v<E>
-    E get(const PreferenceKey<E>& key) const;
+    requires std::is_enum_v<E> E get(const PreferenceKey<E>& key)
+    const;
 
     Result<void> set(const PreferenceKey<bool>& key, bool value);
     Result<void> set(const PreferenceKey<int64_t>& key, int64_t value);
@@ -136,8 +136,7 @@ public:
     Result<void> set(const PreferenceKey<OptionalText>& key, const OptionalText& value);
     Result<void> set(const PreferenceKey<TextList>& key, const TextList& value);
     template <class E>
-        requires std::is_enum_v<E>
-    Result<void> set(const PreferenceKey<E>& key, E value);
+    requires std::is_enum_v<E> Result<void> set(const PreferenceKey<E>& key, E value);
 
     // Composite settings for new recordings and analyses.
     project::FrameStyle frameStyle() const;
@@ -159,8 +158,8 @@ private:
 };
 
 template <class E>
-    requires std::is_enum_v<E>
-E Preferences::get(const PreferenceKey<E>& key) const {
+requires std::is_enum_v<E> E Preferences::get(const PreferenceKey<E>& key)
+const {
     std::optional<std::string> raw = storedText(key.name);
     if (!raw) {
         return key.fallback;
@@ -169,8 +168,7 @@ E Preferences::get(const PreferenceKey<E>& key) const {
 }
 
 template <class E>
-    requires std::is_enum_v<E>
-Result<void> Preferences::set(const PreferenceKey<E>& key, E value) {
+requires std::is_enum_v<E> Result<void> Preferences::set(const PreferenceKey<E>& key, E value) {
     return m_store.set(key.name, std::string(rawValue(value)));
 }
 

@@ -20,7 +20,17 @@ void writeNumber(std::string& out, double value) {
 }
 
 void writeString(std::string& out, const std::string& text) {
-    out += Json(text).dump(-1, ' ', false, Json::error_handler_t::replace);
+    // Most keys and values are plain ASCII with nothing to escape; copy those straight through
+    // and let the library handle escapes and UTF-8 checking (bad bytes become U+FFFD).
+    for (unsigned char c : text) {
+        if (c < 0x20 || c == '"' || c == '\\' || c >= 0x80) {
+            out += Json(text).dump(-1, ' ', false, Json::error_handler_t::replace);
+            return;
+        }
+    }
+    out += '"';
+    out += text;
+    out += '"';
 }
 
 void write(std::string& out, const Json& value, int indent, int depth) {
@@ -117,15 +127,30 @@ Result<Json> parseJson(std::string_view text) {
     }
 }
 
-JsonReader::JsonReader(const Json& object)
-    : JsonReader(object, {}, std::make_shared<std::optional<std::string>>()) {}
+JsonReader::JsonReader(const Json& object) : m_object(object), m_problem(&m_ownProblem) {}
 
-JsonReader::JsonReader(const Json& object, std::string path,
-                       std::shared_ptr<std::optional<std::string>> problem)
-    : m_object(object), m_path(std::move(path)), m_problem(std::move(problem)) {}
+JsonReader::JsonReader(const Json& object, const JsonReader* parent, std::string_view key,
+                       size_t index)
+    : m_object(object),
+      m_parent(parent),
+      m_key(key),
+      m_index(index),
+      m_problem(parent->m_problem) {}
+
+std::string JsonReader::path() const {
+    if (m_parent == nullptr) {
+        return {};
+    }
+    std::string path = m_parent->pathOf(m_key);
+    if (m_index != std::string::npos) {
+        path += "[" + std::to_string(m_index) + "]";
+    }
+    return path;
+}
 
 std::string JsonReader::pathOf(std::string_view key) const {
-    return m_path.empty() ? std::string(key) : m_path + "." + std::string(key);
+    std::string base = path();
+    return base.empty() ? std::string(key) : base + "." + std::string(key);
 }
 
 void JsonReader::fail(const std::string& path, const std::string& problem) {
@@ -153,36 +178,7 @@ const Json* JsonReader::find(std::string_view key, bool required) {
     return &*it;
 }
 
-double JsonReader::real(std::string_view key) {
-    if (!find(key, true)) {
-        return 0;
-    }
-    return optionalReal(key).value_or(0);
-}
-
-int64_t JsonReader::integer(std::string_view key) {
-    if (!find(key, true)) {
-        return 0;
-    }
-    return optionalInteger(key).value_or(0);
-}
-
-bool JsonReader::boolean(std::string_view key) {
-    if (!find(key, true)) {
-        return false;
-    }
-    return optionalBoolean(key).value_or(false);
-}
-
-std::string JsonReader::text(std::string_view key) {
-    if (!find(key, true)) {
-        return {};
-    }
-    return optionalText(key).value_or(std::string());
-}
-
-std::optional<double> JsonReader::optionalReal(std::string_view key) {
-    const Json* value = find(key, false);
+std::optional<double> JsonReader::readReal(const Json* value, std::string_view key) {
     if (value == nullptr) {
         return std::nullopt;
     }
@@ -193,8 +189,7 @@ std::optional<double> JsonReader::optionalReal(std::string_view key) {
     return value->get<double>();
 }
 
-std::optional<int64_t> JsonReader::optionalInteger(std::string_view key) {
-    const Json* value = find(key, false);
+std::optional<int64_t> JsonReader::readInteger(const Json* value, std::string_view key) {
     if (value == nullptr) {
         return std::nullopt;
     }
@@ -211,8 +206,7 @@ std::optional<int64_t> JsonReader::optionalInteger(std::string_view key) {
                                     : value->get<int64_t>();
 }
 
-std::optional<bool> JsonReader::optionalBoolean(std::string_view key) {
-    const Json* value = find(key, false);
+std::optional<bool> JsonReader::readBoolean(const Json* value, std::string_view key) {
     if (value == nullptr) {
         return std::nullopt;
     }
@@ -223,8 +217,7 @@ std::optional<bool> JsonReader::optionalBoolean(std::string_view key) {
     return value->get<bool>();
 }
 
-std::optional<std::string> JsonReader::optionalText(std::string_view key) {
-    const Json* value = find(key, false);
+std::optional<std::string> JsonReader::readText(const Json* value, std::string_view key) {
     if (value == nullptr) {
         return std::nullopt;
     }
@@ -233,6 +226,36 @@ std::optional<std::string> JsonReader::optionalText(std::string_view key) {
         return std::nullopt;
     }
     return value->get<std::string>();
+}
+
+double JsonReader::real(std::string_view key) { return readReal(find(key, true), key).value_or(0); }
+
+int64_t JsonReader::integer(std::string_view key) {
+    return readInteger(find(key, true), key).value_or(0);
+}
+
+bool JsonReader::boolean(std::string_view key) {
+    return readBoolean(find(key, true), key).value_or(false);
+}
+
+std::string JsonReader::text(std::string_view key) {
+    return readText(find(key, true), key).value_or(std::string());
+}
+
+std::optional<double> JsonReader::optionalReal(std::string_view key) {
+    return readReal(find(key, false), key);
+}
+
+std::optional<int64_t> JsonReader::optionalInteger(std::string_view key) {
+    return readInteger(find(key, false), key);
+}
+
+std::optional<bool> JsonReader::optionalBoolean(std::string_view key) {
+    return readBoolean(find(key, false), key);
+}
+
+std::optional<std::string> JsonReader::optionalText(std::string_view key) {
+    return readText(find(key, false), key);
 }
 
 std::optional<std::vector<double>> JsonReader::optionalRealList(std::string_view key) {

@@ -2,12 +2,12 @@
 
 #include <cstdint>
 #include <functional>
-#include <memory>
-#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include <nlohmann/json.hpp>
 
 #include "enum_table.h"
 #include "result.h"
@@ -63,6 +63,8 @@ public:
 
     void fail(const std::string& path, const std::string& problem);
     bool ok() const { return !m_problem->has_value(); }
+    JsonReader(const JsonReader&) = delete;
+    JsonReader& operator=(const JsonReader&) = delete;
     // "\"zooms[1].scale\" is missing", without a final full stop.
     const std::string& problem() const;
 
@@ -77,17 +79,27 @@ public:
                                 const std::string& prefix);
 
 private:
-    JsonReader(const Json& object, std::string path,
-               std::shared_ptr<std::optional<std::string>> problem);
+    // A reader for a member object (index npos) or list item of `parent`, at `key`. Paths are
+    // only spelled out when a problem is found, so reading a long list costs no strings.
+    JsonReader(const Json& object, const JsonReader* parent, std::string_view key,
+               size_t index = std::string::npos);
     // The value at `key`, or nullptr when absent or null (a problem when `required`).
     const Json* find(std::string_view key, bool required);
     std::string pathOf(std::string_view key) const;
+    std::string path() const;
     template <class T>
     std::vector<T> decodeList(const Json& array, std::string_view key, T (*decode)(JsonReader&));
+    std::optional<double> readReal(const Json* value, std::string_view key);
+    std::optional<int64_t> readInteger(const Json* value, std::string_view key);
+    std::optional<bool> readBoolean(const Json* value, std::string_view key);
+    std::optional<std::string> readText(const Json* value, std::string_view key);
 
     const Json& m_object;
-    std::string m_path;
-    std::shared_ptr<std::optional<std::string>> m_problem;
+    const JsonReader* m_parent = nullptr;
+    std::string_view m_key;
+    size_t m_index = std::string::npos;
+    std::optional<std::string> m_ownProblem;  // used by the root reader only
+    std::optional<std::string>* m_problem;    // the root's slot
 };
 
 template <class E>
@@ -121,7 +133,7 @@ std::optional<T> JsonReader::optionalObject(std::string_view key, T (*decode)(Js
         fail(pathOf(key), "must be an object");
         return std::nullopt;
     }
-    JsonReader child(*value, pathOf(key), m_problem);
+    JsonReader child(*value, this, key);
     T result = decode(child);
     if (!ok()) {
         return std::nullopt;
@@ -162,12 +174,11 @@ std::vector<T> JsonReader::decodeList(const Json& array, std::string_view key,
     }
     result.reserve(array.size());
     for (size_t i = 0; i < array.size() && ok(); ++i) {
-        std::string itemPath = pathOf(key) + "[" + std::to_string(i) + "]";
         if (!array[i].is_object()) {
-            fail(itemPath, "must be an object");
+            fail(pathOf(key) + "[" + std::to_string(i) + "]", "must be an object");
             break;
         }
-        JsonReader child(array[i], itemPath, m_problem);
+        JsonReader child(array[i], this, key, i);
         result.push_back(decode(child));
     }
     if (!ok()) {

@@ -1,10 +1,9 @@
 #include "paths.h"
 
-#include <pwd.h>
-#include <unistd.h>
-
 #include <cstdlib>
 #include <fstream>
+#include <pwd.h>
+#include <unistd.h>
 
 namespace quillo {
 

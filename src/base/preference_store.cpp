@@ -1,11 +1,10 @@
 #include "preference_store.h"
 
+#include <cerrno>
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/inotify.h>
 #include <unistd.h>
-
-#include <cerrno>
 #include <vector>
 
 #include "files.h"

@@ -1,11 +1,10 @@
 #include "trash.h"
 
+#include <cerrno>
+#include <ctime>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
-
-#include <cerrno>
-#include <ctime>
 
 #include "files.h"
 #include "paths.h"
@@ -63,8 +62,8 @@ fs::path mountTop(const fs::path& path) {
 }
 
 struct TrashPlace {
-    fs::path folder;     // holds files/ and info/
-    fs::path pathBase;   // Path= is relative to this folder, or absolute when empty
+    fs::path folder;    // holds files/ and info/
+    fs::path pathBase;  // Path= is relative to this folder, or absolute when empty
 };
 
 Result<TrashPlace> trashFor(const fs::path& item) {
@@ -89,8 +88,8 @@ Result<TrashPlace> trashFor(const fs::path& item) {
     }
     fs::path own = top / (".Trash-" + uid);
     if (::mkdir(own.c_str(), 0700) != 0 && errno != EEXIST) {
-        return AppError::fromErrno(errno, "Could not move “" + item.filename().string() +
-                                              "” to the Trash");
+        return AppError::fromErrno(
+            errno, "Could not move “" + item.filename().string() + "” to the Trash");
     }
     return TrashPlace{own, top};
 }
@@ -119,9 +118,8 @@ Result<fs::path> moveToTrash(const fs::path& given) {
     if (ec) {
         return AppError::fromErrno(ec.value(), failure);
     }
-    std::string original = place->pathBase.empty()
-                               ? item.string()
-                               : item.lexically_relative(place->pathBase).string();
+    std::string original =
+        place->pathBase.empty() ? item.string() : item.lexically_relative(place->pathBase).string();
     std::string contents = "[Trash Info]\nPath=" + encodePath(original) +
                            "\nDeletionDate=" + localDeletionDate() + "\n";
 
@@ -139,8 +137,8 @@ Result<fs::path> moveToTrash(const fs::path& given) {
             return AppError::fromErrno(errno, failure);
         }
         fs::path target = files / name;
-        bool written = ::write(fd, contents.data(), contents.size()) ==
-                       static_cast<ssize_t>(contents.size());
+        bool written =
+            ::write(fd, contents.data(), contents.size()) == static_cast<ssize_t>(contents.size());
         bool synced = ::fsync(fd) == 0;
         ::close(fd);
         if (!written || !synced) {

@@ -1,9 +1,8 @@
 #include "uuid.h"
 
-#include <sys/random.h>
-
 #include <cerrno>
 #include <cstdio>
+#include <sys/random.h>
 
 #include "assert.h"
 

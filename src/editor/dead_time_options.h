@@ -20,8 +20,8 @@ std::string_view deadTimeActionLabel(DeadTimeAction action);
 
 // The settings of one dead-time search.
 struct DeadTimeOptions {
-    static constexpr double kCutAfter = 8;    // seconds; longer stretches are cut in auto
-    static constexpr double kPadding = 0.3;   // seconds kept at each end of a stretch
+    static constexpr double kCutAfter = 8;   // seconds; longer stretches are cut in auto
+    static constexpr double kPadding = 0.3;  // seconds kept at each end of a stretch
     static constexpr std::array<double, 5> kSpeeds = {2, 3, 4, 6, 8};
     static constexpr std::array<double, 5> kLengths = {1, 1.5, 2, 3, 5};
 

@@ -25,7 +25,8 @@ struct InputCloser {
 }  // namespace
 
 Result<MovieInfo> readMovieInfo(const std::filesystem::path& file) {
-    const std::string unreadable = "The movie “" + file.filename().string() + "” could not be read.";
+    const std::string unreadable =
+        "The movie “" + file.filename().string() + "” could not be read.";
     AVFormatContext* raw = nullptr;
     if (int code = avformat_open_input(&raw, file.c_str(), nullptr, nullptr); code < 0) {
         return AppError(unreadable, avError(code));
@@ -44,8 +45,7 @@ Result<MovieInfo> readMovieInfo(const std::filesystem::path& file) {
                       static_cast<double>(video->codecpar->height)};
     AVRational rate = video->avg_frame_rate.num > 0 ? video->avg_frame_rate : video->r_frame_rate;
     info.frameRate = rate.num > 0 && rate.den > 0 ? av_q2d(rate) : 0;
-    info.hasSound =
-        av_find_best_stream(context.get(), AVMEDIA_TYPE_AUDIO, -1, -1, nullptr, 0) >= 0;
+    info.hasSound = av_find_best_stream(context.get(), AVMEDIA_TYPE_AUDIO, -1, -1, nullptr, 0) >= 0;
     // The video track's own length is what the editor shows; the container's covers sound too.
     if (video->duration != AV_NOPTS_VALUE && video->duration > 0) {
         info.duration = static_cast<double>(video->duration) * av_q2d(video->time_base);

@@ -9,9 +9,9 @@ namespace quillo::media {
 
 // What a movie file holds, read from its container without decoding frames.
 struct MovieInfo {
-    double duration = 0;  // seconds
-    Size videoSize;       // pixels of the first video track
-    double frameRate = 0; // frames per second of that track (0 when unknown)
+    double duration = 0;   // seconds
+    Size videoSize;        // pixels of the first video track
+    double frameRate = 0;  // frames per second of that track (0 when unknown)
     bool hasSound = false;
 };
 

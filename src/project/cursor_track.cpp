@@ -27,8 +27,11 @@ Json toJson(const CursorSample& sample) {
 }
 
 Json toJson(const CursorShape& shape) {
-    return {{"id", shape.id},     {"width", shape.width}, {"height", shape.height},
-            {"hotX", shape.hotX}, {"hotY", shape.hotY}};
+    return {{"id", shape.id},
+            {"width", shape.width},
+            {"height", shape.height},
+            {"hotX", shape.hotX},
+            {"hotY", shape.hotY}};
 }
 
 template <class T>

@@ -23,8 +23,8 @@ bool zoomsAreValid(const std::vector<ZoomSection>& zooms, double duration) {
     for (const ZoomSection& zoom : sortedByStart(zooms)) {
         bool ok = finite(zoom.start) && finite(zoom.end) && zoom.start >= 0 &&
                   zoom.end <= duration + kEndTolerance && zoom.start < zoom.end &&
-                  zoom.scale >= 1 && zoom.scale <= 4 && zoom.x >= 0 && zoom.x <= 1 &&
-                  zoom.y >= 0 && zoom.y <= 1 && zoom.start >= previousEnd;
+                  zoom.scale >= 1 && zoom.scale <= 4 && zoom.x >= 0 && zoom.x <= 1 && zoom.y >= 0 &&
+                  zoom.y <= 1 && zoom.start >= previousEnd;
         if (!ok) {
             return false;
         }
@@ -170,9 +170,9 @@ Result<void> Edits::validate(double duration) const {
                    frame->background < static_cast<int64_t>(kBackgrounds.size()))) {
         return AppError("The background style is invalid.");
     }
-    if (camera && !(finite(camera->size) && finite(camera->cornerRadius) &&
-                    camera->size >= 0.1 && camera->size <= 0.5 && camera->cornerRadius >= 0 &&
-                    camera->cornerRadius <= 0.5)) {
+    if (camera &&
+        !(finite(camera->size) && finite(camera->cornerRadius) && camera->size >= 0.1 &&
+          camera->size <= 0.5 && camera->cornerRadius >= 0 && camera->cornerRadius <= 0.5)) {
         return AppError("The camera size must be 0.1–0.5 and its corner radius 0–0.5.");
     }
     for (const Redaction& redaction : redactionList()) {

@@ -83,9 +83,9 @@ inline constexpr std::array<Backdrop, 6> kBackgrounds = {{
 
 // The backdrop behind the picture.
 struct FrameStyle {
-    int64_t background = 0;     // index into kBackgrounds
-    double padding = 0.08;      // fraction of the canvas's short edge, 0–0.25
-    double cornerRadius = 0.02; // 0–0.1
+    int64_t background = 0;      // index into kBackgrounds
+    double padding = 0.08;       // fraction of the canvas's short edge, 0–0.25
+    double cornerRadius = 0.02;  // 0–0.1
     bool shadow = true;
     bool operator==(const FrameStyle&) const = default;
 };
@@ -212,7 +212,7 @@ template <>
 struct EnumTable<project::AspectRatio> {
     using E = project::AspectRatio;
     static constexpr std::pair<E, std::string_view> cases[] = {
-        {E::Original, "original"}, {E::Wide16x9, "16:9"},      {E::Classic4x3, "4:3"},
+        {E::Original, "original"}, {E::Wide16x9, "16:9"},     {E::Classic4x3, "4:3"},
         {E::Square1x1, "1:1"},     {E::Portrait9x16, "9:16"},
     };
 };

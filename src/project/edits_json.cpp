@@ -52,9 +52,12 @@ Json toJson(const CaptionStyle& captions) {
 }
 
 Json toJson(const CameraStyle& camera) {
-    return {{"layout", rawValue(camera.layout)}, {"shape", rawValue(camera.shape)},
-            {"size", camera.size},               {"cornerRadius", camera.cornerRadius},
-            {"mirror", camera.mirror},           {"shadow", camera.shadow}};
+    return {{"layout", rawValue(camera.layout)},
+            {"shape", rawValue(camera.shape)},
+            {"size", camera.size},
+            {"cornerRadius", camera.cornerRadius},
+            {"mirror", camera.mirror},
+            {"shadow", camera.shadow}};
 }
 
 ZoomSection readZoom(JsonReader& r) {
@@ -68,9 +71,7 @@ ZoomSection readZoom(JsonReader& r) {
     return zoom;
 }
 
-TimeSegment readSegment(JsonReader& r) {
-    return {r.real("start"), r.real("end"), r.real("speed")};
-}
+TimeSegment readSegment(JsonReader& r) { return {r.real("start"), r.real("end"), r.real("speed")}; }
 
 FrameStyle readFrame(JsonReader& r) {
     FrameStyle frame;
@@ -157,8 +158,11 @@ Edits readEdits(JsonReader& r) {
 }  // namespace
 
 Json toJson(const ZoomSection& zoom) {
-    Json json = {{"start", zoom.start}, {"end", zoom.end}, {"scale", zoom.scale},
-                 {"x", zoom.x},         {"y", zoom.y}};
+    Json json = {{"start", zoom.start},
+                 {"end", zoom.end},
+                 {"scale", zoom.scale},
+                 {"x", zoom.x},
+                 {"y", zoom.y}};
     putOptional(json, "follow", zoom.follow);
     return json;
 }
@@ -168,10 +172,14 @@ Json toJson(const TimeSegment& segment) {
 }
 
 Json toJson(const Redaction& redaction) {
-    Json json = {{"start", redaction.start},   {"end", redaction.end},
-                 {"x", redaction.x},           {"y", redaction.y},
-                 {"width", redaction.width},   {"height", redaction.height},
-                 {"style", rawValue(redaction.style)}, {"strength", redaction.strength}};
+    Json json = {{"start", redaction.start},
+                 {"end", redaction.end},
+                 {"x", redaction.x},
+                 {"y", redaction.y},
+                 {"width", redaction.width},
+                 {"height", redaction.height},
+                 {"style", rawValue(redaction.style)},
+                 {"strength", redaction.strength}};
     putOptional(json, "color", redaction.color);
     putOptional(json, "label", redaction.label);
     return json;

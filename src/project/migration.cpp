@@ -38,8 +38,8 @@ Json readFormerPreferences(const fs::path& file) {
 }  // namespace
 
 PalloMigration::Places PalloMigration::Places::standard() {
-    return {quillo::formerPreferencesFile(), quillo::formerSupportFolder(), quillo::formerDefaultLibrary(),
-            supportFolder(), defaultLibraryRoot()};
+    return {quillo::formerPreferencesFile(), quillo::formerSupportFolder(),
+            quillo::formerDefaultLibrary(), supportFolder(), defaultLibraryRoot()};
 }
 
 bool PalloMigration::move(const fs::path& from, const fs::path& to) {
@@ -90,13 +90,14 @@ void PalloMigration::run(PreferenceStore& preferences, const Places& places, boo
         }
     }
 
-    if (auto tabs = preferences.value("openTabs"); tabs && tabs->is_array() &&
-                                                   currentLibrary != formerLibrary) {
+    if (auto tabs = preferences.value("openTabs");
+        tabs && tabs->is_array() && currentLibrary != formerLibrary) {
         const std::string from = formerLibrary.string();
         Json updated = Json::array();
         for (const Json& tab : *tabs) {
             if (tab.is_string() && tab.get<std::string>().rfind(from, 0) == 0) {
-                updated.push_back(currentLibrary.string() + tab.get<std::string>().substr(from.size()));
+                updated.push_back(currentLibrary.string() +
+                                  tab.get<std::string>().substr(from.size()));
             } else {
                 updated.push_back(tab);
             }

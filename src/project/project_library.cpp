@@ -40,8 +40,8 @@ Result<LocalProject> ProjectLibrary::create(const CaptureSource& source, Instant
     std::error_code ec;
     fs::create_directories(directory, ec);
     if (ec) {
-        return AppError::fromErrno(ec.value(), "Could not create the folder “" +
-                                                   directory.string() + "”");
+        return AppError::fromErrno(ec.value(),
+                                   "Could not create the folder “" + directory.string() + "”");
     }
     LocalProject project{directory, ProjectMetadata{}};
     project.metadata.title = title(source.name, now);
@@ -74,8 +74,9 @@ Result<std::vector<LocalProject>> ProjectLibrary::load() const {
         }
     }
     // Folder order first, so projects created in the same second list the same way each time.
-    std::sort(projects.begin(), projects.end(),
-              [](const LocalProject& a, const LocalProject& b) { return a.directory < b.directory; });
+    std::sort(projects.begin(), projects.end(), [](const LocalProject& a, const LocalProject& b) {
+        return a.directory < b.directory;
+    });
     std::stable_sort(projects.begin(), projects.end(),
                      [](const LocalProject& a, const LocalProject& b) {
                          return a.metadata.created > b.metadata.created;

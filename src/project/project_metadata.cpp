@@ -1,13 +1,13 @@
 #include "project_metadata.h"
 
-#include <unicode/datefmt.h>
-#include <unicode/locid.h>
-#include <unicode/unistr.h>
-
 #include <cctype>
 #include <ctime>
 #include <limits>
 #include <memory>
+
+#include <unicode/datefmt.h>
+#include <unicode/locid.h>
+#include <unicode/unistr.h>
 
 namespace quillo::project {
 
@@ -72,8 +72,8 @@ bool expect(std::string_view text, size_t& pos, char c) {
 std::optional<Instant> ProjectMetadata::createdDate() const { return parseISO8601(created); }
 
 std::string iso8601(Instant instant) {
-    std::time_t seconds = std::chrono::system_clock::to_time_t(
-        std::chrono::floor<std::chrono::seconds>(instant));
+    std::time_t seconds =
+        std::chrono::system_clock::to_time_t(std::chrono::floor<std::chrono::seconds>(instant));
     std::tm utc{};
     ::gmtime_r(&seconds, &utc);
     char text[32];
@@ -84,17 +84,23 @@ std::string iso8601(Instant instant) {
 std::optional<Instant> parseISO8601(std::string_view text) {
     size_t pos = 0;
     auto year = digits(text, pos, 4);
-    if (!year || !expect(text, pos, '-')) return std::nullopt;
+    if (!year || !expect(text, pos, '-'))
+        return std::nullopt;
     auto month = digits(text, pos, 2);
-    if (!month || !expect(text, pos, '-')) return std::nullopt;
+    if (!month || !expect(text, pos, '-'))
+        return std::nullopt;
     auto day = digits(text, pos, 2);
-    if (!day || !(expect(text, pos, 'T') || expect(text, pos, 't'))) return std::nullopt;
+    if (!day || !(expect(text, pos, 'T') || expect(text, pos, 't')))
+        return std::nullopt;
     auto hour = digits(text, pos, 2);
-    if (!hour || !expect(text, pos, ':')) return std::nullopt;
+    if (!hour || !expect(text, pos, ':'))
+        return std::nullopt;
     auto minute = digits(text, pos, 2);
-    if (!minute || !expect(text, pos, ':')) return std::nullopt;
+    if (!minute || !expect(text, pos, ':'))
+        return std::nullopt;
     auto second = digits(text, pos, 2);
-    if (!second) return std::nullopt;
+    if (!second)
+        return std::nullopt;
     if (*month < 1 || *month > 12 || *day < 1 || *day > 31 || *hour > 23 || *minute > 59 ||
         *second > 60) {
         return std::nullopt;
@@ -108,7 +114,8 @@ std::optional<Instant> parseISO8601(std::string_view text) {
             scale /= 10;
             ++pos;
         }
-        if (pos == first) return std::nullopt;
+        if (pos == first)
+            return std::nullopt;
     }
     long offset = 0;
     if (expect(text, pos, 'Z') || expect(text, pos, 'z')) {
@@ -117,10 +124,12 @@ std::optional<Instant> parseISO8601(std::string_view text) {
         int sign = text[pos] == '-' ? -1 : 1;
         ++pos;
         auto offsetHours = digits(text, pos, 2);
-        if (!offsetHours) return std::nullopt;
+        if (!offsetHours)
+            return std::nullopt;
         expect(text, pos, ':');
         auto offsetMinutes = digits(text, pos, 2);
-        if (!offsetMinutes || *offsetHours > 23 || *offsetMinutes > 59) return std::nullopt;
+        if (!offsetMinutes || *offsetHours > 23 || *offsetMinutes > 59)
+            return std::nullopt;
         offset = sign * (*offsetHours * 3600L + *offsetMinutes * 60L);
     } else {
         return std::nullopt;
@@ -136,6 +145,11 @@ std::optional<Instant> parseISO8601(std::string_view text) {
     utc.tm_min = *minute;
     utc.tm_sec = *second;
     std::time_t seconds = ::timegm(&utc) - offset;
+    // An instant holds nanoseconds in 64 bits: about the years 1678 to 2262.
+    constexpr std::time_t kLimit = 9'000'000'000;
+    if (seconds > kLimit || seconds < -kLimit) {
+        return std::nullopt;
+    }
     auto instant = std::chrono::system_clock::from_time_t(seconds);
     return instant + std::chrono::duration_cast<std::chrono::system_clock::duration>(
                          std::chrono::duration<double>(fraction));
@@ -157,8 +171,8 @@ std::string localizedDateTime(Instant instant) {
 }
 
 Json toJson(const CaptureSource& source) {
-    return {{"kind", source.kind}, {"id", source.id}, {"name", source.name},
-            {"detail", source.detail}};
+    return {
+        {"kind", source.kind}, {"id", source.id}, {"name", source.name}, {"detail", source.detail}};
 }
 
 Json toJson(const ProjectMetadata& metadata) {

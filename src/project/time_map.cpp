@@ -32,7 +32,8 @@ std::vector<TimeSegment> Edits::pieces() const {
     if (cursor < trimEnd) {
         result.push_back({cursor, trimEnd, 1});
     }
-    std::erase_if(result, [](const TimeSegment& piece) { return !(piece.length() > kShortestPiece); });
+    std::erase_if(result,
+                  [](const TimeSegment& piece) { return !(piece.length() > kShortestPiece); });
     return result;
 }
 

@@ -1,9 +1,9 @@
 #include "app/inspect.h"
 
-#include <gtest/gtest.h>
-
 #include <cstdlib>
 #include <sstream>
+
+#include <gtest/gtest.h>
 
 #include "project/edits_json.h"
 #include "project/project_library.h"
@@ -19,16 +19,17 @@ class Inspect : public ::testing::Test {
 protected:
     static void SetUpTestSuite() {
         s_movies = new TempFolder();
-        std::string command = "ffmpeg -loglevel error -y -f lavfi -i testsrc=size=320x240:rate=30 "
-                              "-t 4 -pix_fmt yuv420p -c:v libx264 '" +
-                              (*s_movies / "recording.mp4").string() + "'";
+        std::string command =
+            "ffmpeg -loglevel error -y -f lavfi -i testsrc=size=320x240:rate=30 "
+            "-t 4 -pix_fmt yuv420p -c:v libx264 '" +
+            (*s_movies / "recording.mp4").string() + "'";
         ASSERT_EQ(std::system(command.c_str()), 0) << command;
     }
     static void TearDownTestSuite() { delete s_movies; }
 
     project::LocalProject makeProject() {
-        auto project = project::ProjectLibrary(library.path())
-                           .create({"window", 1, "Terminal", "bash"});
+        auto project =
+            project::ProjectLibrary(library.path()).create({"window", 1, "Terminal", "bash"});
         EXPECT_TRUE(project);
         std::filesystem::copy_file(*s_movies / "recording.mp4", project->recordingFile());
         return *project;

@@ -54,7 +54,7 @@ TEST_F(PreferencesFixture, WrongTypesAndUnknownChoicesReadAsDefaults) {
 TEST_F(PreferencesFixture, NumbersConvertWhereTheKindAllows) {
     stored(R"({"captureMaxDimension": 2560, "captureFPS": 60.0, "deadTimeSpeed": 6})");
     EXPECT_EQ(preferences.get(prefs::captureMaxDimension), 2560);  // an integer read as real
-    EXPECT_EQ(preferences.get(prefs::captureFPS), 60);               // a whole real as integer
+    EXPECT_EQ(preferences.get(prefs::captureFPS), 60);             // a whole real as integer
     EXPECT_EQ(preferences.get(prefs::deadTimeSpeed), 6);
 }
 

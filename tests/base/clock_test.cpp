@@ -1,9 +1,9 @@
 #include "base/clock.h"
 
-#include <gtest/gtest.h>
-
 #include <cmath>
 #include <limits>
+
+#include <gtest/gtest.h>
 
 #include "base/uuid.h"
 

@@ -1,11 +1,11 @@
 #include "base/files.h"
 
-#include <gtest/gtest.h>
+#include <csignal>
+#include <random>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <csignal>
-#include <random>
+#include <gtest/gtest.h>
 
 #include "support/child_process.h"
 #include "support/temp_folder.h"
@@ -39,8 +39,7 @@ TEST(AtomicWrite, MissingFolderFailsWithTheSystemText) {
     TempFolder folder;
     auto written = writeFileAtomically(folder / "missing" / "edits.json", "x");
     ASSERT_FALSE(written);
-    EXPECT_EQ(written.error().message,
-              "Could not write “edits.json”: No such file or directory.");
+    EXPECT_EQ(written.error().message, "Could not write “edits.json”: No such file or directory.");
 }
 
 TEST(AtomicWrite, ReadingAMissingFileFails) {
@@ -79,8 +78,8 @@ TEST(AtomicWrite, ProcessKilledAtRandomMomentsNeverLeavesAMixture) {
         ::kill(child, SIGKILL);
         EXPECT_EQ(testing::waitForSignal(child), SIGKILL);
         std::string contents = readFile(file).value();
-        EXPECT_TRUE(contents == a || contents == b) << "round " << round << ": "
-                                                    << contents.size() << " bytes";
+        EXPECT_TRUE(contents == a || contents == b)
+            << "round " << round << ": " << contents.size() << " bytes";
     }
 }
 

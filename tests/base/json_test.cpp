@@ -1,8 +1,8 @@
 #include "base/json.h"
 
-#include <gtest/gtest.h>
-
 #include <cmath>
+
+#include <gtest/gtest.h>
 
 namespace quillo {
 namespace {

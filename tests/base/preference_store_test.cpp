@@ -1,9 +1,9 @@
 #include "base/preference_store.h"
 
-#include <gtest/gtest.h>
-
 #include <chrono>
 #include <thread>
+
+#include <gtest/gtest.h>
 
 #include "base/files.h"
 #include "base/main_queue.h"

@@ -13,8 +13,8 @@ using testing::ScopedEnvironment;
 using testing::TempFolder;
 
 std::string infoOf(const fs::path& trashed) {
-    fs::path info = trashed.parent_path().parent_path() / "info" /
-                    (trashed.filename().string() + ".trashinfo");
+    fs::path info =
+        trashed.parent_path().parent_path() / "info" / (trashed.filename().string() + ".trashinfo");
     return readFile(info).value_or("");
 }
 
@@ -37,7 +37,7 @@ TEST(Trash, MovesFolderWithARestorableRecord) {
     std::string encoded = (home.path() / "Videos/Quillo/Demo%201").string();
     EXPECT_NE(info.find("\nPath=" + encoded + "\n"), std::string::npos) << info;
     EXPECT_NE(info.find("\nDeletionDate=2"), std::string::npos) << info;
-    EXPECT_EQ(info.find("DeletionDate=")+13+19, info.size() - 1) << info;
+    EXPECT_EQ(info.find("DeletionDate=") + 13 + 19, info.size() - 1) << info;
 }
 
 TEST(Trash, SameNameTwiceGetsADistinctPlace) {

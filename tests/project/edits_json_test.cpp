@@ -15,7 +15,8 @@ Edits everything() {
     edits.clickHighlights = true;
     edits.cursor = CursorStyle{true, 2, 0.5, true, "neon"};
     edits.reframe = Reframe{1080, 1920, false};
-    edits.captions = CaptionStyle{true, 1.2, CaptionPosition::Top, CaptionBackground::None, 40, true};
+    edits.captions =
+        CaptionStyle{true, 1.2, CaptionPosition::Top, CaptionBackground::None, 40, true};
     edits.camera = CameraStyle{CameraLayout::SideLeft, CameraShape::Rounded, 0.3, 0.1, false, true};
     Redaction redaction;
     redaction.start = 1;
@@ -44,8 +45,9 @@ TEST(EditsJson, EveryFieldSurvivesARoundTrip) {
 TEST(EditsJson, AbsentOptionalsWriteNoKeysAndReadBackEqual) {
     Edits edits = Edits::fresh(10);
     std::string text = encodeEdits(edits);
-    EXPECT_EQ(text, "{\n  \"trimEnd\": 10,\n  \"trimStart\": 0,\n  \"version\": 1,\n"
-                    "  \"zooms\": []\n}\n");
+    EXPECT_EQ(text,
+              "{\n  \"trimEnd\": 10,\n  \"trimStart\": 0,\n  \"version\": 1,\n"
+              "  \"zooms\": []\n}\n");
     auto back = decodeEdits(text);
     ASSERT_TRUE(back);
     EXPECT_EQ(*back, edits);
@@ -75,8 +77,8 @@ TEST(EditsJson, OnlyTheFourCoreKeysAreRequired) {
         json.erase(key);
         auto missing = editsFromJson(json);
         ASSERT_FALSE(missing) << key;
-        EXPECT_EQ(missing.error().message, std::string("The edit recipe could not be read: \"") +
-                                               key + "\" is missing.");
+        EXPECT_EQ(missing.error().message,
+                  std::string("The edit recipe could not be read: \"") + key + "\" is missing.");
     }
 }
 
@@ -138,7 +140,8 @@ TEST(EditsJson, BadMemberValuesFailTheWholeRecipe) {
 TEST(EditsJson, TextThatIsNotJsonFails) {
     auto edits = decodeEdits("{\"version\": 1,");
     ASSERT_FALSE(edits);
-    EXPECT_EQ(edits.error().message, "The edit recipe could not be read: the file is not valid JSON.");
+    EXPECT_EQ(edits.error().message,
+              "The edit recipe could not be read: the file is not valid JSON.");
 }
 
 }  // namespace

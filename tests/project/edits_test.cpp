@@ -1,10 +1,10 @@
 #include "project/edits.h"
 
-#include <gtest/gtest.h>
-
 #include <cmath>
 #include <functional>
 #include <limits>
+
+#include <gtest/gtest.h>
 
 namespace quillo::project {
 namespace {
@@ -69,36 +69,103 @@ std::vector<Row> rows() {
         {"infiniteDuration", [](Edits&) {}, kTrim, kInf},
         // --- zooms
         {"touchingZoomsInAnyOrder",
-         [](Edits& e) { e.zooms = {{4, 6, 2, 0.5, 0.5, {}}, {2, 4, 2, 0.5, 0.5, {}}}; }, nullptr},
+         [](Edits& e) {
+             e.zooms = {{4, 6, 2, 0.5, 0.5, {}}, {2, 4, 2, 0.5, 0.5, {}}};
+         },
+         nullptr},
         {"overlappingZooms",
-         [](Edits& e) { e.zooms = {{2, 4.001, 2, 0.5, 0.5, {}}, {4, 6, 2, 0.5, 0.5, {}}}; },
+         [](Edits& e) {
+             e.zooms = {{2, 4.001, 2, 0.5, 0.5, {}}, {4, 6, 2, 0.5, 0.5, {}}};
+         },
          kZooms},
         {"zoomScaleBounds",
-         [](Edits& e) { e.zooms = {{0, 1, 1, 0, 0, {}}, {1, 2, 4, 1, 1, {}}}; }, nullptr},
-        {"zoomScaleAbove4", [](Edits& e) { e.zooms = {{0, 1, 4.01, 0.5, 0.5, {}}}; }, kZooms},
-        {"zoomScaleBelow1", [](Edits& e) { e.zooms = {{0, 1, 0.99, 0.5, 0.5, {}}}; }, kZooms},
-        {"zoomFocusOutside", [](Edits& e) { e.zooms = {{0, 1, 2, 1.01, 0.5, {}}}; }, kZooms},
-        {"zoomNanFocus", [](Edits& e) { e.zooms = {{0, 1, 2, 0.5, kNaN, {}}}; }, kZooms},
-        {"zoomPastEnd", [](Edits& e) { e.zooms = {{9, 10.06, 2, 0.5, 0.5, {}}}; }, kZooms},
-        {"zoomEmpty", [](Edits& e) { e.zooms = {{3, 3, 2, 0.5, 0.5, {}}}; }, kZooms},
+         [](Edits& e) {
+             e.zooms = {{0, 1, 1, 0, 0, {}}, {1, 2, 4, 1, 1, {}}};
+         },
+         nullptr},
+        {"zoomScaleAbove4",
+         [](Edits& e) {
+             e.zooms = {{0, 1, 4.01, 0.5, 0.5, {}}};
+         },
+         kZooms},
+        {"zoomScaleBelow1",
+         [](Edits& e) {
+             e.zooms = {{0, 1, 0.99, 0.5, 0.5, {}}};
+         },
+         kZooms},
+        {"zoomFocusOutside",
+         [](Edits& e) {
+             e.zooms = {{0, 1, 2, 1.01, 0.5, {}}};
+         },
+         kZooms},
+        {"zoomNanFocus",
+         [](Edits& e) {
+             e.zooms = {{0, 1, 2, 0.5, kNaN, {}}};
+         },
+         kZooms},
+        {"zoomPastEnd",
+         [](Edits& e) {
+             e.zooms = {{9, 10.06, 2, 0.5, 0.5, {}}};
+         },
+         kZooms},
+        {"zoomEmpty",
+         [](Edits& e) {
+             e.zooms = {{3, 3, 2, 0.5, 0.5, {}}};
+         },
+         kZooms},
         // --- segments
-        {"speed1", [](Edits& e) { e.segments = {{{2, 4, 1}}}; }, nullptr},
-        {"speed16", [](Edits& e) { e.segments = {{{2, 4, 16}}}; }, nullptr},
-        {"speedHalf", [](Edits& e) { e.segments = {{{2, 4, 0.5}}}; }, kSegments},
-        {"speed17", [](Edits& e) { e.segments = {{{2, 4, 17}}}; }, kSegments},
-        {"touchingSegments", [](Edits& e) { e.segments = {{{4, 6, 2}, {2, 4, 0}}}; }, nullptr},
-        {"overlappingSegments", [](Edits& e) { e.segments = {{{2, 4, 0}, {3.9, 6, 2}}}; },
+        {"speed1",
+         [](Edits& e) {
+             e.segments = {{{2, 4, 1}}};
+         },
+         nullptr},
+        {"speed16",
+         [](Edits& e) {
+             e.segments = {{{2, 4, 16}}};
+         },
+         nullptr},
+        {"speedHalf",
+         [](Edits& e) {
+             e.segments = {{{2, 4, 0.5}}};
+         },
          kSegments},
-        {"segmentPastEnd", [](Edits& e) { e.segments = {{{9, 10.06, 0}}}; }, kSegments},
+        {"speed17",
+         [](Edits& e) {
+             e.segments = {{{2, 4, 17}}};
+         },
+         kSegments},
+        {"touchingSegments",
+         [](Edits& e) {
+             e.segments = {{{4, 6, 2}, {2, 4, 0}}};
+         },
+         nullptr},
+        {"overlappingSegments",
+         [](Edits& e) {
+             e.segments = {{{2, 4, 0}, {3.9, 6, 2}}};
+         },
+         kSegments},
+        {"segmentPastEnd",
+         [](Edits& e) {
+             e.segments = {{{9, 10.06, 0}}};
+         },
+         kSegments},
         // --- something must be left
-        {"cutEverything", [](Edits& e) { e.segments = {{{0, 10, 0}}}; }, kNothing},
+        {"cutEverything",
+         [](Edits& e) {
+             e.segments = {{{0, 10, 0}}};
+         },
+         kNothing},
         {"sixteenTimesShortClip",
          [](Edits& e) {
              e.trimEnd = 0.8;
              e.segments = {{{0, 0.8, 16}}};
          },
          kNothing},
-        {"justEnoughLeft", [](Edits& e) { e.segments = {{{0, 9.94, 0}}}; }, nullptr},
+        {"justEnoughLeft",
+         [](Edits& e) {
+             e.segments = {{{0, 9.94, 0}}};
+         },
+         nullptr},
         {"badZoomBeforeNothingLeft",  // order of checks: zooms come before the kept time
          [](Edits& e) {
              e.zooms = {{0, 1, 5, 0.5, 0.5, {}}};
@@ -106,12 +173,31 @@ std::vector<Row> rows() {
          },
          kZooms},
         // --- frame
-        {"frameBounds", [](Edits& e) { e.frame = FrameStyle{5, 0.25, 0.1, false}; }, nullptr},
-        {"frameIndex6", [](Edits& e) { e.frame = FrameStyle{6, 0.08, 0.02, true}; }, kFrame},
-        {"frameNegativeIndex", [](Edits& e) { e.frame = FrameStyle{-1, 0.08, 0.02, true}; },
+        {"frameBounds",
+         [](Edits& e) {
+             e.frame = FrameStyle{5, 0.25, 0.1, false};
+         },
+         nullptr},
+        {"frameIndex6",
+         [](Edits& e) {
+             e.frame = FrameStyle{6, 0.08, 0.02, true};
+         },
          kFrame},
-        {"framePadding", [](Edits& e) { e.frame = FrameStyle{0, 0.26, 0.02, true}; }, kFrame},
-        {"frameCorner", [](Edits& e) { e.frame = FrameStyle{0, 0.08, 0.11, true}; }, kFrame},
+        {"frameNegativeIndex",
+         [](Edits& e) {
+             e.frame = FrameStyle{-1, 0.08, 0.02, true};
+         },
+         kFrame},
+        {"framePadding",
+         [](Edits& e) {
+             e.frame = FrameStyle{0, 0.26, 0.02, true};
+         },
+         kFrame},
+        {"frameCorner",
+         [](Edits& e) {
+             e.frame = FrameStyle{0, 0.08, 0.11, true};
+         },
+         kFrame},
         // --- camera
         {"cameraBounds",
          [](Edits& e) {
@@ -223,10 +309,13 @@ TEST(Edits, NeedsCompositionForVisibleChangesOnly) {
     for (auto change : std::vector<std::function<void(Edits&)>>{
              [](Edits& e) { e.aspect = AspectRatio::Square1x1; },
              [](Edits& e) { e.clickHighlights = true; },
-             [](Edits& e) { e.captions->visible = true; },
-             [](Edits& e) { e.frame = FrameStyle{}; },
-             [](Edits& e) { e.reframe = Reframe{1080, 1920, true}; },
-             [](Edits& e) { e.zooms = {{0, 1, 2, 0.5, 0.5, {}}}; },
+             [](Edits& e) { e.captions->visible = true; }, [](Edits& e) { e.frame = FrameStyle{}; },
+             [](Edits& e) {
+                 e.reframe = Reframe{1080, 1920, true};
+             },
+             [](Edits& e) {
+                 e.zooms = {{0, 1, 2, 0.5, 0.5, {}}};
+             },
              [](Edits& e) { e.redactions = {{box(1, 2, 0, 0.5)}}; }}) {
         Edits changed = edits;
         change(changed);

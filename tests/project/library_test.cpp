@@ -1,13 +1,12 @@
-#include "project/project_library.h"
-
-#include <gtest/gtest.h>
-#include <unistd.h>
-
 #include <csignal>
 #include <regex>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
 
 #include "base/files.h"
 #include "project/edits_json.h"
+#include "project/project_library.h"
 #include "support/child_process.h"
 #include "support/temp_folder.h"
 
@@ -209,7 +208,7 @@ TEST(ProjectMetadata, CreatedDateReadsInternetDateTimes) {
     ASSERT_TRUE(fraction);
     EXPECT_EQ(*fraction - *utc, std::chrono::milliseconds(500));
     for (const char* bad : {"", "2024-11-14", "2024-11-14T16:20:34", "2024-13-14T16:20:34Z",
-                            "2024-11-14T16:20:34Zjunk", "yesterday"}) {
+                            "2024-11-14T16:20:34Zjunk", "yesterday", "9999-12-31T23:59:59Z"}) {
         EXPECT_FALSE(parseISO8601(bad)) << bad;
     }
     EXPECT_EQ(iso8601(at(0)), "1970-01-01T00:00:00Z");

@@ -21,8 +21,8 @@ struct MigrationFixture : ::testing::Test {
 
 TEST_F(MigrationFixture, MovesSettingsSupportLibraryAndTabs) {
     const std::string former = (home / "Videos/Pallo").string();
-    home.write(".config/Pallo/preferences.json",
-               R"({"captureFPS": 60, "openTabs": [")" + former + R"(/Demo-1-AAAAAAAA", "/elsewhere/x"]})");
+    home.write(".config/Pallo/preferences.json", R"({"captureFPS": 60, "openTabs": [")" + former +
+                                                     R"(/Demo-1-AAAAAAAA", "/elsewhere/x"]})");
     home.write(".local/share/Pallo/cache.bin", "c");
     home.write("Videos/Pallo/Demo-1-AAAAAAAA/recording.mp4", "m");
 

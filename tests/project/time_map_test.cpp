@@ -38,8 +38,7 @@ TEST(Pieces, TouchingSegmentsLeaveNothingBetweenThem) {
 
 TEST(Pieces, SegmentsOutsideTheTrimAreIgnoredOrClipped) {
     EXPECT_EQ(recipe({{0, 1, 0}}, 3).pieces(), (std::vector<TimeSegment>{{3, 10, 1}}));
-    EXPECT_EQ(recipe({{2, 5, 2}}, 3).pieces(),
-              (std::vector<TimeSegment>{{3, 5, 2}, {5, 10, 1}}));
+    EXPECT_EQ(recipe({{2, 5, 2}}, 3).pieces(), (std::vector<TimeSegment>{{3, 5, 2}, {5, 10, 1}}));
     EXPECT_EQ(recipe({{8, 12, 0}}, 0, 9).pieces(), (std::vector<TimeSegment>{{0, 8, 1}}));
 }
 

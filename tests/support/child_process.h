@@ -1,8 +1,7 @@
 #pragma once
 
-#include <sys/types.h>
-
 #include <functional>
+#include <sys/types.h>
 
 namespace quillo::testing {
 

@@ -1,9 +1,9 @@
 #include "temp_folder.h"
 
-#include <gtest/gtest.h>
-
 #include <cstdlib>
 #include <fstream>
+
+#include <gtest/gtest.h>
 
 namespace quillo::testing {
 
