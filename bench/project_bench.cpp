@@ -2,13 +2,13 @@
 // a recipe or a cursor track against parsing the same text into a JSON tree alone, and an atomic
 // save against a plain unsynced write of the same bytes.
 
-#include <benchmark/benchmark.h>
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <cstdlib>
+#include <fcntl.h>
 #include <filesystem>
 #include <random>
+#include <unistd.h>
+
+#include <benchmark/benchmark.h>
 
 #include "base/files.h"
 #include "project/cursor_track.h"

@@ -25,6 +25,24 @@ std::string toCompactJson(const Json& value);
 // Parses JSON text; a syntax error becomes an AppError naming the place.
 Result<Json> parseJson(std::string_view text);
 
+// A JSON array of records, each written by the `toJson` overload found for its type.
+template <class T>
+Json toJsonList(const std::vector<T>& items) {
+    Json list = Json::array();
+    for (const T& item : items) {
+        list.push_back(toJson(item));
+    }
+    return list;
+}
+
+// Writes `value` under `key` when present; an absent optional leaves no key (never null).
+template <class T>
+void putOptional(Json& json, const char* key, const std::optional<T>& value) {
+    if (value) {
+        json[key] = *value;
+    }
+}
+
 // Reads the fields of one JSON object for a record decoder. The first problem found is kept
 // (with the path of the field, like `zooms[1].scale`); later reads return empty values, and the
 // decoder reports failure once at the end, so no partly decoded record is ever used. Readers made

@@ -57,15 +57,11 @@ Result<void> PreferenceStore::write(const Json& entries) {
     return writeFileAtomically(m_file, toPrettyJson(entries), 0600);
 }
 
-Result<void> PreferenceStore::set(std::string_view key, Json value) {
+Result<void> PreferenceStore::update(const std::function<void(Json&)>& change) {
     {
         std::lock_guard lock(m_mutex);
         Json next = m_entries;
-        if (value.is_null()) {
-            next.erase(std::string(key));
-        } else {
-            next[std::string(key)] = std::move(value);
-        }
+        change(next);
         if (next == m_entries) {
             return {};
         }
@@ -78,26 +74,25 @@ Result<void> PreferenceStore::set(std::string_view key, Json value) {
     return {};
 }
 
+Result<void> PreferenceStore::set(std::string_view key, Json value) {
+    return update([&](Json& entries) {
+        if (value.is_null()) {
+            entries.erase(std::string(key));
+        } else {
+            entries[std::string(key)] = std::move(value);
+        }
+    });
+}
+
 Result<void> PreferenceStore::merge(const Json& entries) {
-    if (!entries.is_object() || entries.empty()) {
+    if (!entries.is_object()) {
         return {};
     }
-    {
-        std::lock_guard lock(m_mutex);
-        Json next = m_entries;
+    return update([&](Json& current) {
         for (const auto& [key, value] : entries.items()) {
-            next[key] = value;
+            current[key] = value;
         }
-        if (next == m_entries) {
-            return {};
-        }
-        if (auto written = write(next); !written) {
-            return written;
-        }
-        m_entries = std::move(next);
-    }
-    notify();
-    return {};
+    });
 }
 
 bool PreferenceStore::reload() {

@@ -57,6 +57,9 @@ public:
     void stopWatching();
 
 private:
+    // Applies `change` to a copy of the entries; when that differs, writes it and tells the
+    // observers. The entries in memory change only once the file is written.
+    Result<void> update(const std::function<void(Json&)>& change);
     Result<void> write(const Json& entries);
     void notify();
     void watchLoop(int inotifyFd, int stopFd, TaskQueue* queue);

@@ -18,31 +18,6 @@ std::vector<CursorSample>::const_iterator firstAtOrAfter(const std::vector<Curso
                             [](const CursorSample& s, double time) { return s.t < time; });
 }
 
-Json toJson(const CursorSample& sample) {
-    Json json = {{"t", sample.t}, {"x", sample.x}, {"y", sample.y}};
-    if (sample.c) {
-        json["c"] = *sample.c;
-    }
-    return json;
-}
-
-Json toJson(const CursorShape& shape) {
-    return {{"id", shape.id},
-            {"width", shape.width},
-            {"height", shape.height},
-            {"hotX", shape.hotX},
-            {"hotY", shape.hotY}};
-}
-
-template <class T>
-Json listToJson(const std::vector<T>& items) {
-    Json list = Json::array();
-    for (const T& item : items) {
-        list.push_back(toJson(item));
-    }
-    return list;
-}
-
 CursorSample readSample(JsonReader& r) {
     CursorSample sample;
     sample.t = r.real("t");
@@ -76,6 +51,20 @@ CursorTrack readTrack(JsonReader& r) {
 
 }  // namespace
 
+Json toJson(const CursorSample& sample) {
+    Json json = {{"t", sample.t}, {"x", sample.x}, {"y", sample.y}};
+    putOptional(json, "c", sample.c);
+    return json;
+}
+
+Json toJson(const CursorShape& shape) {
+    return {{"id", shape.id},
+            {"width", shape.width},
+            {"height", shape.height},
+            {"hotX", shape.hotX},
+            {"hotY", shape.hotY}};
+}
+
 std::optional<Point> CursorTrack::position(double t) const {
     if (samples.empty()) {
         return std::nullopt;
@@ -108,19 +97,15 @@ std::filesystem::path CursorTrack::shapeImageName(int64_t id) {
 
 Json toJson(const CursorTrack& track) {
     Json json = {{"version", track.version},
-                 {"samples", listToJson(track.samples)},
-                 {"clicks", listToJson(track.clicks)}};
-    if (track.layered) {
-        json["layered"] = *track.layered;
-    }
-    if (track.pixelsPerPoint) {
-        json["pixelsPerPoint"] = *track.pixelsPerPoint;
-    }
+                 {"samples", toJsonList(track.samples)},
+                 {"clicks", toJsonList(track.clicks)}};
+    putOptional(json, "layered", track.layered);
+    putOptional(json, "pixelsPerPoint", track.pixelsPerPoint);
     if (track.shapes) {
-        json["shapes"] = listToJson(*track.shapes);
+        json["shapes"] = toJsonList(*track.shapes);
     }
     if (track.typing) {
-        json["typing"] = listToJson(*track.typing);
+        json["typing"] = toJsonList(*track.typing);
     }
     return json;
 }

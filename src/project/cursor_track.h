@@ -58,6 +58,8 @@ struct CursorTrack {
     bool operator==(const CursorTrack&) const = default;
 };
 
+Json toJson(const CursorSample& sample);
+Json toJson(const CursorShape& shape);
 Json toJson(const CursorTrack& track);
 Result<CursorTrack> cursorTrackFromJson(const Json& json);
 std::string encodeCursorTrack(const CursorTrack& track);

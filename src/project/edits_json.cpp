@@ -6,22 +6,6 @@ namespace {
 
 const char* const kUnreadable = "The edit recipe could not be read";
 
-template <class T>
-void putOptional(Json& json, const char* key, const std::optional<T>& value) {
-    if (value) {
-        json[key] = *value;
-    }
-}
-
-template <class T>
-Json listToJson(const std::vector<T>& items) {
-    Json list = Json::array();
-    for (const T& item : items) {
-        list.push_back(toJson(item));
-    }
-    return list;
-}
-
 Json toJson(const FrameStyle& frame) {
     return {{"background", frame.background},
             {"padding", frame.padding},
@@ -189,12 +173,12 @@ Json toJson(const Edits& edits) {
     Json json = {{"version", edits.version},
                  {"trimStart", edits.trimStart},
                  {"trimEnd", edits.trimEnd},
-                 {"zooms", listToJson(edits.zooms)}};
+                 {"zooms", toJsonList(edits.zooms)}};
     if (edits.frame) {
         json["frame"] = toJson(*edits.frame);
     }
     if (edits.segments) {
-        json["segments"] = listToJson(*edits.segments);
+        json["segments"] = toJsonList(*edits.segments);
     }
     if (edits.aspect) {
         json["aspect"] = rawValue(*edits.aspect);
@@ -213,7 +197,7 @@ Json toJson(const Edits& edits) {
         json["camera"] = toJson(*edits.camera);
     }
     if (edits.redactions) {
-        json["redactions"] = listToJson(*edits.redactions);
+        json["redactions"] = toJsonList(*edits.redactions);
     }
     return json;
 }

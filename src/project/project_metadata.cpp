@@ -180,9 +180,7 @@ Json toJson(const ProjectMetadata& metadata) {
                  {"title", metadata.title},
                  {"created", metadata.created},
                  {"source", toJson(metadata.source)}};
-    if (metadata.duration) {
-        json["duration"] = *metadata.duration;
-    }
+    putOptional(json, "duration", metadata.duration);
     return json;
 }
 
