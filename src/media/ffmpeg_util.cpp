@@ -1,0 +1,47 @@
+#include "ffmpeg_util.h"
+
+namespace quillo::media {
+
+AppError unreadable(const std::filesystem::path& file, const std::string& reason) {
+    return AppError("The movie “" + file.filename().string() + "” could not be read.", reason);
+}
+
+Result<InputPtr> openInput(const std::filesystem::path& file) {
+    AVFormatContext* raw = nullptr;
+    if (int code = avformat_open_input(&raw, file.c_str(), nullptr, nullptr); code < 0) {
+        return unreadable(file, avError(code));
+    }
+    InputPtr input(raw);
+    if (int code = avformat_find_stream_info(input.get(), nullptr); code < 0) {
+        return unreadable(file, avError(code));
+    }
+    return input;
+}
+
+Result<CodecPtr> openDecoder(const std::filesystem::path& file, const AVStream* stream,
+                             void (*configure)(AVCodecContext*)) {
+    const AVCodec* codec = avcodec_find_decoder(stream->codecpar->codec_id);
+    if (codec == nullptr) {
+        return unreadable(file, "no decoder for " +
+                                    std::string(avcodec_get_name(stream->codecpar->codec_id)));
+    }
+    CodecPtr context(avcodec_alloc_context3(codec));
+    if (!context) {
+        return unreadable(file, "out of memory");
+    }
+    if (int code = avcodec_parameters_to_context(context.get(), stream->codecpar); code < 0) {
+        return unreadable(file, avError(code));
+    }
+    context->pkt_timebase = stream->time_base;
+    context->thread_count = 0;  // as many as the machine has
+    context->thread_type = FF_THREAD_FRAME | FF_THREAD_SLICE;
+    if (configure) {
+        configure(context.get());
+    }
+    if (int code = avcodec_open2(context.get(), codec, nullptr); code < 0) {
+        return unreadable(file, avError(code));
+    }
+    return context;
+}
+
+}  // namespace quillo::media

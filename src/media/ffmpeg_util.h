@@ -1,0 +1,66 @@
+#pragma once
+
+// Shared FFmpeg plumbing for the media module's .cpp files: owning handles and error text.
+// Only files under src/media include FFmpeg headers.
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavformat/avformat.h>
+#include <libavutil/error.h>
+#include <libswresample/swresample.h>
+#include <libswscale/swscale.h>
+}
+
+#include <filesystem>
+#include <memory>
+#include <string>
+
+#include "base/result.h"
+
+namespace quillo::media {
+
+template <auto fn>
+struct CDeleter {
+    template <class T>
+    void operator()(T* p) const {
+        fn(p);
+    }
+};
+template <class T, auto fn>
+using CHandle = std::unique_ptr<T, CDeleter<fn>>;
+
+inline void closeInput(AVFormatContext* c) { avformat_close_input(&c); }
+inline void freeCodec(AVCodecContext* c) { avcodec_free_context(&c); }
+inline void freeFrame(AVFrame* f) { av_frame_free(&f); }
+inline void freePacket(AVPacket* p) { av_packet_free(&p); }
+inline void freeResampler(SwrContext* s) { swr_free(&s); }
+
+using InputPtr = CHandle<AVFormatContext, closeInput>;
+using CodecPtr = CHandle<AVCodecContext, freeCodec>;
+using FramePtr = CHandle<AVFrame, freeFrame>;
+using PacketPtr = CHandle<AVPacket, freePacket>;
+using ScalerPtr = CHandle<SwsContext, sws_freeContext>;
+using ResamplerPtr = CHandle<SwrContext, freeResampler>;
+
+inline std::string avError(int code) {
+    char text[AV_ERROR_MAX_STRING_SIZE] = {};
+    av_strerror(code, text, sizeof text);
+    return text;
+}
+
+// "The movie “NAME” could not be read." with the library's reason as detail.
+AppError unreadable(const std::filesystem::path& file, const std::string& reason);
+
+// Opens a movie's container and reads its stream information.
+Result<InputPtr> openInput(const std::filesystem::path& file);
+
+// Opens a decoder for `stream` with threads as the machine offers.
+Result<CodecPtr> openDecoder(const std::filesystem::path& file, const AVStream* stream,
+                             void (*configure)(AVCodecContext*) = nullptr);
+
+// Seconds of a stream timestamp.
+inline double seconds(int64_t timestamp, AVRational timeBase) {
+    return static_cast<double>(timestamp) * av_q2d(timeBase);
+}
+
+}  // namespace quillo::media

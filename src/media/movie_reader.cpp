@@ -1,0 +1,345 @@
+#include "movie_reader.h"
+
+#include <algorithm>
+#include <cmath>
+
+extern "C" {
+#include <libavutil/channel_layout.h>
+#include <libavutil/imgutils.h>
+#include <libavutil/opt.h>
+}
+
+#include "ffmpeg_util.h"
+
+namespace quillo::media {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// A request further ahead than this seeks instead of decoding on: decoding 3 s of frames costs
+// about as much as a seek to the keyframe before the target and decoding from there.
+constexpr double kForwardWindow = 3.0;
+// Frame times are compared with a microsecond of slack, so t = k / fps finds frame k.
+constexpr double kSlack = 0.000001;
+
+AVPixelFormat avFormat(PixelFormat format) {
+    return format == PixelFormat::Gray8 ? AV_PIX_FMT_GRAY8 : AV_PIX_FMT_BGRA;
+}
+
+int evenRound(double value) { return std::max(2, static_cast<int>(std::lround(value / 2)) * 2); }
+
+}  // namespace
+
+struct MovieReader::Impl {
+    fs::path file;
+    MovieInfo info;
+    InputPtr input;
+    CodecPtr decoder;
+    const AVStream* stream = nullptr;
+    double origin = 0;  // seconds of the first video frame's timestamp
+
+    PacketPtr packet{av_packet_alloc()};
+    FramePtr current{av_frame_alloc()};  // last frame at or before the last request
+    FramePtr pending{av_frame_alloc()};  // decoded one step ahead, not yet shown
+    bool haveCurrent = false;
+    bool havePending = false;
+    bool flushed = false;  // the decoder has been drained at the end of the file
+    bool ended = false;
+    double lastRequest = -1;
+
+    ScalerPtr scaler;
+
+    double timeOf(const AVFrame* frame) const {
+        int64_t pts = frame->best_effort_timestamp;
+        if (pts == AV_NOPTS_VALUE) {
+            pts = frame->pts;
+        }
+        return pts == AV_NOPTS_VALUE ? 0 : seconds(pts, stream->time_base) - origin;
+    }
+
+    void seek(double t) {
+        int64_t target = static_cast<int64_t>(std::floor((t + origin) / av_q2d(stream->time_base)));
+        av_seek_frame(input.get(), stream->index, target, AVSEEK_FLAG_BACKWARD);
+        avcodec_flush_buffers(decoder.get());
+        haveCurrent = havePending = flushed = ended = false;
+    }
+
+    // Decodes the next frame into `pending`. False at the end of the movie.
+    Result<bool> decodeNext() {
+        for (;;) {
+            int code = avcodec_receive_frame(decoder.get(), pending.get());
+            if (code == 0) {
+                return true;
+            }
+            if (code == AVERROR_EOF) {
+                ended = true;
+                return false;
+            }
+            if (code != AVERROR(EAGAIN)) {
+                return unreadable(file, avError(code));
+            }
+            if (flushed) {
+                ended = true;
+                return false;
+            }
+            code = av_read_frame(input.get(), packet.get());
+            if (code == AVERROR_EOF) {
+                avcodec_send_packet(decoder.get(), nullptr);
+                flushed = true;
+                continue;
+            }
+            if (code < 0) {
+                return unreadable(file, avError(code));
+            }
+            if (packet->stream_index == stream->index) {
+                code = avcodec_send_packet(decoder.get(), packet.get());
+                // A damaged packet is skipped: the decoder conceals it and carries on.
+                if (code < 0 && code != AVERROR(EAGAIN) && code != AVERROR_INVALIDDATA) {
+                    av_packet_unref(packet.get());
+                    return unreadable(file, avError(code));
+                }
+            }
+            av_packet_unref(packet.get());
+        }
+    }
+
+    Result<VideoFrame> convert(const AVFrame* frame, const FrameFormat& format) {
+        int width = format.width;
+        int height = format.height;
+        if (width <= 0 && height <= 0) {
+            width = frame->width;
+            height = frame->height;
+        } else if (height <= 0) {
+            height = evenRound(static_cast<double>(width) * frame->height / frame->width);
+        } else if (width <= 0) {
+            width = evenRound(static_cast<double>(height) * frame->width / frame->height);
+        }
+        // Area averaging keeps small pictures faithful to the whole frame (no aliasing), which
+        // matters for change detection on 160-pixel thumbnails.
+        int flags = (width < frame->width / 2) ? SWS_AREA : SWS_BILINEAR;
+        scaler.reset(sws_getCachedContext(scaler.release(), frame->width, frame->height,
+                                          static_cast<AVPixelFormat>(frame->format), width, height,
+                                          avFormat(format.pixelFormat), flags, nullptr, nullptr,
+                                          nullptr));
+        if (!scaler) {
+            return unreadable(file, "unsupported pixel format");
+        }
+        VideoFrame out;
+        out.time = timeOf(frame);
+        out.width = width;
+        out.height = height;
+        out.pixelFormat = format.pixelFormat;
+        out.stride = format.pixelFormat == PixelFormat::Gray8 ? width : width * 4;
+        out.pixels.resize(static_cast<size_t>(out.stride) * height);
+        uint8_t* planes[4] = {out.pixels.data(), nullptr, nullptr, nullptr};
+        int strides[4] = {out.stride, 0, 0, 0};
+        sws_scale(scaler.get(), frame->data, frame->linesize, 0, frame->height, planes, strides);
+        return out;
+    }
+};
+
+MovieReader::MovieReader(std::unique_ptr<Impl> impl) : m(std::move(impl)) {}
+MovieReader::~MovieReader() = default;
+
+const MovieInfo& MovieReader::info() const { return m->info; }
+
+Result<std::unique_ptr<MovieReader>> MovieReader::open(const fs::path& file, DecodeMode mode) {
+    auto info = readMovieInfo(file);
+    if (!info) {
+        return info.error();
+    }
+    auto input = openInput(file);
+    if (!input) {
+        return input.error();
+    }
+    auto impl = std::make_unique<Impl>();
+    impl->file = file;
+    impl->info = *info;
+    impl->input = std::move(input.value());
+    int index = av_find_best_stream(impl->input.get(), AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
+    impl->stream = impl->input->streams[index];
+    for (unsigned i = 0; i < impl->input->nb_streams; ++i) {
+        if (static_cast<int>(i) != index) {
+            impl->input->streams[i]->discard = AVDISCARD_ALL;
+        }
+    }
+    auto fast = [](AVCodecContext* c) {
+        c->skip_loop_filter = AVDISCARD_ALL;
+        c->skip_frame = AVDISCARD_NONREF;
+        c->flags2 |= AV_CODEC_FLAG2_FAST;
+    };
+    auto decoder = openDecoder(file, impl->stream, mode == DecodeMode::Fast ? +fast : nullptr);
+    if (!decoder) {
+        return decoder.error();
+    }
+    impl->decoder = std::move(decoder.value());
+    if (impl->stream->start_time != AV_NOPTS_VALUE) {
+        impl->origin = seconds(impl->stream->start_time, impl->stream->time_base);
+    }
+    if (!impl->packet || !impl->current || !impl->pending) {
+        return unreadable(file, "out of memory");
+    }
+    return std::unique_ptr<MovieReader>(new MovieReader(std::move(impl)));
+}
+
+Result<VideoFrame> MovieReader::frame(double t, const FrameFormat& format) {
+    Impl& s = *m;
+    if (!std::isfinite(t)) {
+        t = 0;
+    }
+    bool forward = s.lastRequest >= 0 && t >= s.lastRequest && t <= s.lastRequest + kForwardWindow;
+    if (!forward) {
+        s.seek(t);
+    }
+    s.lastRequest = t;
+    for (;;) {
+        if (!s.havePending && !s.ended) {
+            auto decoded = s.decodeNext();
+            if (!decoded) {
+                return decoded.error();
+            }
+            s.havePending = *decoded;
+        }
+        if (!s.havePending) {
+            break;  // end of the movie: the last frame stays on screen
+        }
+        if (s.timeOf(s.pending.get()) > t + kSlack && s.haveCurrent) {
+            break;  // the pending frame comes later; the current one is shown at t
+        }
+        std::swap(s.current, s.pending);
+        av_frame_unref(s.pending.get());
+        s.haveCurrent = true;
+        s.havePending = false;
+        if (s.timeOf(s.current.get()) > t + kSlack) {
+            break;  // t lies before the first frame: show the first frame
+        }
+    }
+    if (!s.haveCurrent) {
+        return unreadable(s.file, "no frame could be decoded");
+    }
+    return s.convert(s.current.get(), format);
+}
+
+Result<void> MovieReader::readSound(const fs::path& file, const SoundFormat& format, double start,
+                                    double end, const SoundSink& sink) {
+    auto input = openInput(file);
+    if (!input) {
+        return input.error();
+    }
+    AVFormatContext* context = input->get();
+    int audioIndex = av_find_best_stream(context, AVMEDIA_TYPE_AUDIO, -1, -1, nullptr, 0);
+    if (audioIndex < 0) {
+        return {};
+    }
+    int videoIndex = av_find_best_stream(context, AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
+    // Sound times are measured from the first video frame, like frame times.
+    double origin = 0;
+    if (videoIndex >= 0 && context->streams[videoIndex]->start_time != AV_NOPTS_VALUE) {
+        origin = seconds(context->streams[videoIndex]->start_time,
+                         context->streams[videoIndex]->time_base);
+    }
+    for (unsigned i = 0; i < context->nb_streams; ++i) {
+        if (static_cast<int>(i) != audioIndex) {
+            context->streams[i]->discard = AVDISCARD_ALL;
+        }
+    }
+    const AVStream* stream = context->streams[audioIndex];
+    auto decoder = openDecoder(file, stream);
+    if (!decoder) {
+        return decoder.error();
+    }
+    if (start > 0) {
+        int64_t target = static_cast<int64_t>((start + origin) / av_q2d(stream->time_base));
+        av_seek_frame(context, audioIndex, target, AVSEEK_FLAG_BACKWARD);
+    }
+
+    AVChannelLayout outLayout;
+    av_channel_layout_default(&outLayout, format.channels);
+    SwrContext* rawResampler = nullptr;
+    int code = swr_alloc_set_opts2(&rawResampler, &outLayout, AV_SAMPLE_FMT_FLT,
+                                   format.sampleRate, &(*decoder)->ch_layout,
+                                   (*decoder)->sample_fmt, (*decoder)->sample_rate, 0, nullptr);
+    ResamplerPtr resampler(rawResampler);
+    av_channel_layout_uninit(&outLayout);
+    if (code < 0 || swr_init(resampler.get()) < 0) {
+        return unreadable(file, "cannot convert its sound");
+    }
+
+    PacketPtr packet(av_packet_alloc());
+    FramePtr frame(av_frame_alloc());
+    std::vector<float> buffer;
+    // Output time of the next sample handed out; set from the first decoded frame's timestamp.
+    double clock = -1;
+    const double rate = format.sampleRate;
+    bool flushed = false;
+    for (;;) {
+        code = avcodec_receive_frame(decoder->get(), frame.get());
+        if (code == AVERROR(EAGAIN) && !flushed) {
+            code = av_read_frame(context, packet.get());
+            if (code == AVERROR_EOF) {
+                avcodec_send_packet(decoder->get(), nullptr);
+                flushed = true;
+            } else if (code < 0) {
+                return unreadable(file, avError(code));
+            } else {
+                if (packet->stream_index == audioIndex) {
+                    avcodec_send_packet(decoder->get(), packet.get());
+                }
+                av_packet_unref(packet.get());
+            }
+            continue;
+        }
+        if (code == AVERROR_EOF || code == AVERROR(EAGAIN)) {
+            return {};
+        }
+        if (code < 0) {
+            return unreadable(file, avError(code));
+        }
+        if (clock < 0) {
+            clock = frame->pts == AV_NOPTS_VALUE ? 0 : seconds(frame->pts, stream->time_base) - origin;
+        }
+        int capacity = swr_get_out_samples(resampler.get(), frame->nb_samples);
+        buffer.resize(static_cast<size_t>(capacity) * format.channels);
+        auto* out = reinterpret_cast<uint8_t*>(buffer.data());
+        int produced = swr_convert(resampler.get(), &out, capacity,
+                                   const_cast<const uint8_t**>(frame->extended_data),
+                                   frame->nb_samples);
+        av_frame_unref(frame.get());
+        if (produced <= 0) {
+            continue;
+        }
+        // Hand out only the part of this chunk that lies inside start … end.
+        size_t skip = clock < start ? static_cast<size_t>(std::min<double>(
+                                          produced, std::round((start - clock) * rate)))
+                                    : 0;
+        size_t keep = static_cast<size_t>(produced) - skip;
+        double chunkStart = clock + skip / rate;
+        if (chunkStart + keep / rate > end) {
+            keep = chunkStart >= end ? 0 : static_cast<size_t>(std::round((end - chunkStart) * rate));
+            keep = std::min(keep, static_cast<size_t>(produced) - skip);
+        }
+        clock += produced / rate;
+        if (keep > 0 && !sink(buffer.data() + skip * format.channels, keep)) {
+            return {};
+        }
+        if (clock >= end) {
+            return {};
+        }
+    }
+}
+
+Result<std::vector<float>> MovieReader::sound(const fs::path& file, const SoundFormat& format,
+                                              double start, double end) {
+    std::vector<float> all;
+    auto read = readSound(file, format, start, end, [&](const float* samples, size_t frames) {
+        all.insert(all.end(), samples, samples + frames * format.channels);
+        return true;
+    });
+    if (!read) {
+        return read.error();
+    }
+    return all;
+}
+
+}  // namespace quillo::media

@@ -1,0 +1,85 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <vector>
+
+#include "base/result.h"
+#include "movie_info.h"
+
+namespace quillo::media {
+
+enum class PixelFormat {
+    BGRA,   // 4 bytes a pixel, alpha 255 (premultiplied and straight are the same)
+    Gray8,  // 1 byte a pixel: the picture's luma
+};
+
+// How a reader decodes. Exact gives every frame as encoded. Fast lets the decoder skip the
+// deblocking filter and frames that no other frame refers to, for analyses that look at small
+// scaled pictures a few times a second: a request may then get the nearest earlier decoded frame.
+enum class DecodeMode { Exact, Fast };
+
+// The size and pixel format a frame is delivered in. A zero side follows the other one with the
+// movie's shape (rounded to even); both zero is the movie's own size.
+struct FrameFormat {
+    int width = 0;
+    int height = 0;
+    PixelFormat pixelFormat = PixelFormat::BGRA;
+};
+
+// One decoded picture. `time` is the frame's own presentation time in movie seconds (0 = the
+// first video frame); rows are `stride` bytes apart, top row first.
+struct VideoFrame {
+    double time = 0;
+    int width = 0;
+    int height = 0;
+    int stride = 0;
+    PixelFormat pixelFormat = PixelFormat::BGRA;
+    std::vector<uint8_t> pixels;
+};
+
+// Sound delivered as interleaved 32-bit float samples (full scale ±1).
+struct SoundFormat {
+    int sampleRate = 48000;
+    int channels = 2;
+};
+
+// Reads one movie file with FFmpeg: its frames at requested times and its sound as PCM.
+// Not shared between threads; each user opens its own reader (readers are cheap).
+class MovieReader {
+public:
+    // Errors: "The movie “NAME” could not be read." (library reason in the detail) and
+    // "The movie “NAME” has no video track."
+    static Result<std::unique_ptr<MovieReader>> open(const std::filesystem::path& file,
+                                                     DecodeMode mode = DecodeMode::Exact);
+    ~MovieReader();
+    MovieReader(const MovieReader&) = delete;
+    MovieReader& operator=(const MovieReader&) = delete;
+
+    const MovieInfo& info() const;
+
+    // The frame shown at movie time t: the last frame whose presentation time is not after t
+    // (the first frame for earlier times, the last one for later times). Requests that move
+    // forward by a little decode on from where the last one stopped; others seek.
+    Result<VideoFrame> frame(double t, const FrameFormat& format);
+
+    // Decodes the sound between `start` and `end` (movie seconds) and hands it to `sink` in
+    // chunks of `frames` sample frames; the sink returns false to stop early. A movie without
+    // sound delivers nothing and succeeds. Uses its own file handle, so it may run on another
+    // thread beside frame reading of a different reader.
+    using SoundSink = std::function<bool(const float* samples, size_t frames)>;
+    static Result<void> readSound(const std::filesystem::path& file, const SoundFormat& format,
+                                  double start, double end, const SoundSink& sink);
+    // The same, gathered into one buffer.
+    static Result<std::vector<float>> sound(const std::filesystem::path& file,
+                                            const SoundFormat& format, double start, double end);
+
+private:
+    struct Impl;
+    explicit MovieReader(std::unique_ptr<Impl> impl);
+    std::unique_ptr<Impl> m;
+};
+
+}  // namespace quillo::media
