@@ -22,8 +22,8 @@ Result<CodecPtr> openDecoder(const std::filesystem::path& file, const AVStream* 
                              void (*configure)(AVCodecContext*)) {
     const AVCodec* codec = avcodec_find_decoder(stream->codecpar->codec_id);
     if (codec == nullptr) {
-        return unreadable(file, "no decoder for " +
-                                    std::string(avcodec_get_name(stream->codecpar->codec_id)));
+        return unreadable(
+            file, "no decoder for " + std::string(avcodec_get_name(stream->codecpar->codec_id)));
     }
     CodecPtr context(avcodec_alloc_context3(codec));
     if (!context) {

@@ -257,9 +257,9 @@ Result<void> MovieReader::readSound(const fs::path& file, const SoundFormat& for
     AVChannelLayout outLayout;
     av_channel_layout_default(&outLayout, format.channels);
     SwrContext* rawResampler = nullptr;
-    int code = swr_alloc_set_opts2(&rawResampler, &outLayout, AV_SAMPLE_FMT_FLT,
-                                   format.sampleRate, &(*decoder)->ch_layout,
-                                   (*decoder)->sample_fmt, (*decoder)->sample_rate, 0, nullptr);
+    int code = swr_alloc_set_opts2(&rawResampler, &outLayout, AV_SAMPLE_FMT_FLT, format.sampleRate,
+                                   &(*decoder)->ch_layout, (*decoder)->sample_fmt,
+                                   (*decoder)->sample_rate, 0, nullptr);
     ResamplerPtr resampler(rawResampler);
     av_channel_layout_uninit(&outLayout);
     if (code < 0 || swr_init(resampler.get()) < 0) {
@@ -297,14 +297,15 @@ Result<void> MovieReader::readSound(const fs::path& file, const SoundFormat& for
             return unreadable(file, avError(code));
         }
         if (clock < 0) {
-            clock = frame->pts == AV_NOPTS_VALUE ? 0 : seconds(frame->pts, stream->time_base) - origin;
+            clock =
+                frame->pts == AV_NOPTS_VALUE ? 0 : seconds(frame->pts, stream->time_base) - origin;
         }
         int capacity = swr_get_out_samples(resampler.get(), frame->nb_samples);
         buffer.resize(static_cast<size_t>(capacity) * format.channels);
         auto* out = reinterpret_cast<uint8_t*>(buffer.data());
-        int produced = swr_convert(resampler.get(), &out, capacity,
-                                   const_cast<const uint8_t**>(frame->extended_data),
-                                   frame->nb_samples);
+        int produced =
+            swr_convert(resampler.get(), &out, capacity,
+                        const_cast<const uint8_t**>(frame->extended_data), frame->nb_samples);
         av_frame_unref(frame.get());
         if (produced <= 0) {
             continue;
@@ -316,7 +317,8 @@ Result<void> MovieReader::readSound(const fs::path& file, const SoundFormat& for
         size_t keep = static_cast<size_t>(produced) - skip;
         double chunkStart = clock + skip / rate;
         if (chunkStart + keep / rate > end) {
-            keep = chunkStart >= end ? 0 : static_cast<size_t>(std::round((end - chunkStart) * rate));
+            keep =
+                chunkStart >= end ? 0 : static_cast<size_t>(std::round((end - chunkStart) * rate));
             keep = std::min(keep, static_cast<size_t>(produced) - skip);
         }
         clock += produced / rate;

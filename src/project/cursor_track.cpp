@@ -83,6 +83,38 @@ std::optional<Point> CursorTrack::position(double t) const {
                  before.y + (after.y - before.y) * fraction};
 }
 
+std::optional<Point> CursorTrack::smoothed(double t, double window) const {
+    if (samples.empty()) {
+        return std::nullopt;
+    }
+    if (!(window > 0)) {
+        return position(t);
+    }
+    // The path is piecewise linear between samples, so integrating it with the trapezoid rule
+    // over the sample times inside the window (and the window's ends) is exact.
+    double a = t - window / 2;
+    double b = t + window / 2;
+    Point previous = *position(a);
+    double previousTime = a;
+    double sumX = 0;
+    double sumY = 0;
+    auto add = [&](double time) {
+        Point p = *position(time);
+        double dt = time - previousTime;
+        sumX += (previous.x + p.x) / 2 * dt;
+        sumY += (previous.y + p.y) / 2 * dt;
+        previous = p;
+        previousTime = time;
+    };
+    for (auto it = firstAtOrAfter(samples, a); it != samples.end() && it->t < b; ++it) {
+        if (it->t > previousTime) {
+            add(it->t);
+        }
+    }
+    add(b);
+    return Point{sumX / window, sumY / window};
+}
+
 std::optional<int64_t> CursorTrack::shape(double t) const {
     if (samples.empty()) {
         return std::nullopt;

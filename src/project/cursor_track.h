@@ -52,6 +52,10 @@ struct CursorTrack {
     // The shape id of the first sample at or after t (the last sample's after the end).
     std::optional<int64_t> shape(double t) const;
 
+    // The pointer averaged over the `window` seconds centred on t (the mean of the recorded,
+    // interpolated path over that span); position(t) for a window of 0. None without samples.
+    std::optional<Point> smoothed(double t, double window) const;
+
     // The image file of shape `id` inside a project folder.
     static std::filesystem::path shapeImageName(int64_t id);
 
