@@ -27,8 +27,8 @@ std::vector<project::ZoomSection> autoZooms(const project::CursorTrack& track, d
                                             double scale) {
     std::vector<project::CursorSample> events;
     auto keep = [&](const project::CursorSample& e) {
-        if (e.t >= rangeStart && e.t <= rangeEnd && e.x >= 0 && e.x <= 1 && e.y >= 0 &&
-            e.y <= 1 && !insideCut(e.t, segments)) {
+        if (e.t >= rangeStart && e.t <= rangeEnd && e.x >= 0 && e.x <= 1 && e.y >= 0 && e.y <= 1 &&
+            !insideCut(e.t, segments)) {
             events.push_back(e);
         }
     };

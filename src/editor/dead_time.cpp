@@ -22,8 +22,8 @@ bool insideFrame(const Point& p) { return p.x >= 0 && p.x <= 1 && p.y >= 0 && p.
 // -40 dBFS: room noise and a quiet fan stay under it, speech and typing sounds do not.
 constexpr int kSoundRate = 16000;
 
-Result<std::vector<double>> loudness(const std::filesystem::path& movie, double start,
-                                     size_t count, const std::function<bool()>& stopped) {
+Result<std::vector<double>> loudness(const std::filesystem::path& movie, double start, size_t count,
+                                     const std::function<bool()>& stopped) {
     std::vector<double> sums(count, 0.0);
     std::vector<size_t> samples(count, 0);
     const double end = start + static_cast<double>(count) * kStep;
@@ -158,9 +158,8 @@ std::vector<bool> idle(const ActivityTimeline& timeline, double screenThreshold,
 }
 
 std::vector<std::pair<double, double>> stretches(
-    const std::vector<bool>& idleSteps, double start, double step,
-    std::pair<double, double> range, double minimumLength, double padding,
-    const std::vector<project::TimeSegment>& avoiding) {
+    const std::vector<bool>& idleSteps, double start, double step, std::pair<double, double> range,
+    double minimumLength, double padding, const std::vector<project::TimeSegment>& avoiding) {
     std::vector<std::pair<double, double>> result;
     size_t i = 0;
     while (i < idleSteps.size()) {
@@ -200,9 +199,9 @@ std::vector<Segment> segments(const ActivityTimeline& timeline, const project::E
     std::vector<project::TimeSegment> avoiding = edits.timing();
     std::stable_sort(avoiding.begin(), avoiding.end(),
                      [](const auto& a, const auto& b) { return a.start < b.start; });
-    auto found = stretches(idle(timeline), timeline.start, timeline.step,
-                           {edits.trimStart, edits.trimEnd}, options.minimumLength,
-                           DeadTimeOptions::kPadding, avoiding);
+    auto found =
+        stretches(idle(timeline), timeline.start, timeline.step, {edits.trimStart, edits.trimEnd},
+                  options.minimumLength, DeadTimeOptions::kPadding, avoiding);
     std::vector<Segment> proposals;
     const double speed = std::min(options.speed, 8.0);
     for (const auto& [s, e] : found) {

@@ -68,10 +68,10 @@ std::vector<bool> idle(const ActivityTimeline& timeline, double screenThreshold 
 
 // Idle runs of at least `minimumLength` inside `range`, padded inwards by `padding` (except at
 // the range's ends), fitted around the `avoiding` segments, none shorter than 0.3 s.
-std::vector<std::pair<double, double>> stretches(
-    const std::vector<bool>& idleSteps, double start, double step,
-    std::pair<double, double> range, double minimumLength, double padding,
-    const std::vector<project::TimeSegment>& avoiding);
+std::vector<std::pair<double, double>> stretches(const std::vector<bool>& idleSteps, double start,
+                                                 double step, std::pair<double, double> range,
+                                                 double minimumLength, double padding,
+                                                 const std::vector<project::TimeSegment>& avoiding);
 
 // The proposals for a recipe's kept range from an analysed timeline.
 std::vector<Segment> segments(const ActivityTimeline& timeline, const project::Edits& edits,

@@ -63,11 +63,10 @@ std::optional<size_t> itemAt(const std::vector<T>& items, double t) {
 // Where an item starting at `start` lands in a list sorted by start (after equal starts).
 template <class T>
 size_t insertionIndex(const std::vector<T>& items, double start) {
-    return static_cast<size_t>(std::upper_bound(items.begin(), items.end(), start,
-                                                [](double s, const T& item) {
-                                                    return s < item.start;
-                                                }) -
-                               items.begin());
+    return static_cast<size_t>(
+        std::upper_bound(items.begin(), items.end(), start,
+                         [](double s, const T& item) { return s < item.start; }) -
+        items.begin());
 }
 
 SerialQueue& loadingQueue() {
@@ -365,8 +364,8 @@ void EditorModel::autoZoom() {
     m_selectedZoom.reset();
     m_selectedSegment.reset();
     if (commit(std::move(candidate), Rebuild::Yes, zooms.front().start + 0.6)) {
-        m_notice = "Added " + std::to_string(zooms.size()) + (zooms.size() == 1 ? " zoom" : " zooms") +
-                   texts::kAutoZoomNoticeEnd;
+        m_notice = "Added " + std::to_string(zooms.size()) +
+                   (zooms.size() == 1 ? " zoom" : " zooms") + texts::kAutoZoomNoticeEnd;
         changed();
     }
 }

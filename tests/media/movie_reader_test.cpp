@@ -1,8 +1,8 @@
 #include "media/movie_reader.h"
 
-#include <gtest/gtest.h>
-
 #include <cmath>
+
+#include <gtest/gtest.h>
 
 #include "support/movies.h"
 #include "support/temp_folder.h"
@@ -61,8 +61,19 @@ TEST_F(MovieReaderTest, FrameAtTimeIsTheFrameShownThen) {
         int frame;
     };
     // Forward, on boundaries, backwards (seeking), before the start and past the end.
-    for (Case c : {Case{0, 0}, {0.05, 0}, {0.1, 1}, {0.3, 3}, {0.2999, 2}, {1.0, 10}, {2.95, 29},
-                   {0.45, 4}, {-1, 0}, {2.5, 25}, {99, 29}, {1.7, 17}, {1.75, 17}}) {
+    for (Case c : {Case{0, 0},
+                   {0.05, 0},
+                   {0.1, 1},
+                   {0.3, 3},
+                   {0.2999, 2},
+                   {1.0, 10},
+                   {2.95, 29},
+                   {0.45, 4},
+                   {-1, 0},
+                   {2.5, 25},
+                   {99, 29},
+                   {1.7, 17},
+                   {1.75, 17}}) {
         auto frame = (*reader)->frame(c.t, gray);
         ASSERT_TRUE(frame) << frame.error().message;
         EXPECT_EQ(frameNumber(*frame), c.frame) << "t = " << c.t;

@@ -1,8 +1,8 @@
 #include "movies.h"
 
-#include <gtest/gtest.h>
-
 #include <cstdlib>
+
+#include <gtest/gtest.h>
 
 namespace quillo::testing {
 
