@@ -18,12 +18,17 @@ protected:
             "-f lavfi -i testsrc=size=320x240:rate=30:duration=3 "
             "-f lavfi -i color=c=0x336699:size=320x240:rate=30:duration=7 "
             "-f lavfi -i testsrc=size=320x240:rate=30:duration=6 "
-            "-f lavfi -i " + tone + " -f lavfi -i aevalsrc=0:s=48000:d=4 "
-            "-f lavfi -i anoisesrc=d=3:c=white:r=48000:a=0.3 -f lavfi -i aevalsrc=0:s=48000:d=3 "
-            "-f lavfi -i " + tone + " "
-            "-filter_complex '[0:v][1:v][2:v]concat=n=3:v=1:a=0[v];"
-            "[3:a][4:a][5:a][6:a][7:a]concat=n=5:v=0:a=1[a]' "
-            "-map '[v]' -map '[a]' -c:v libx264 -preset ultrafast -pix_fmt yuv420p -c:a aac",
+            "-f lavfi -i " +
+                tone +
+                " -f lavfi -i aevalsrc=0:s=48000:d=4 "
+                "-f lavfi -i anoisesrc=d=3:c=white:r=48000:a=0.3 -f lavfi -i "
+                "aevalsrc=0:s=48000:d=3 "
+                "-f lavfi -i " +
+                tone +
+                " "
+                "-filter_complex '[0:v][1:v][2:v]concat=n=3:v=1:a=0[v];"
+                "[3:a][4:a][5:a][6:a][7:a]concat=n=5:v=0:a=1[a]' "
+                "-map '[v]' -map '[a]' -c:v libx264 -preset ultrafast -pix_fmt yuv420p -c:a aac",
             file);
     }
 };
@@ -31,8 +36,8 @@ protected:
 TEST_F(DeadTimeMovie, ActivityShowsWhereTheMovieMovesAndSounds) {
     CancelToken cancel;
     double lastProgress = -1;
-    auto timeline = dead_time::analyze(project.recordingFile(), nullptr, 0, 16,
-                                       [&](double p) { lastProgress = p; }, cancel);
+    auto timeline = dead_time::analyze(
+        project.recordingFile(), nullptr, 0, 16, [&](double p) { lastProgress = p; }, cancel);
     ASSERT_TRUE(timeline) << timeline.error().message;
     ASSERT_EQ(timeline->count(), 160u);
     EXPECT_DOUBLE_EQ(lastProgress, 1.0);

@@ -118,7 +118,8 @@ TEST(DeadTimeProposals, MergeAppendsAndSorts) {
     project::Edits edits = project::Edits::fresh(10);
     edits.segments = {{{5, 6, 0}}};
     auto merged = dead_time::merge({{7, 8, 4}, {1, 2, 0}}, edits);
-    EXPECT_EQ(merged.timing(), (std::vector<project::TimeSegment>{{1, 2, 0}, {5, 6, 0}, {7, 8, 4}}));
+    EXPECT_EQ(merged.timing(),
+              (std::vector<project::TimeSegment>{{1, 2, 0}, {5, 6, 0}, {7, 8, 4}}));
 }
 
 // --- activity

@@ -13,9 +13,10 @@ void EditorFixture::SetUp() {
 }
 
 void EditorFixture::makeRecording(const std::filesystem::path& file) {
-    testing::ffmpeg("-f lavfi -i testsrc=size=160x120:rate=10:duration=10 -pix_fmt yuv420p "
-                    "-c:v libx264 -preset ultrafast",
-                    file);
+    testing::ffmpeg(
+        "-f lavfi -i testsrc=size=160x120:rate=10:duration=10 -pix_fmt yuv420p "
+        "-c:v libx264 -preset ultrafast",
+        file);
 }
 
 void EditorFixture::TearDown() { MainQueue::install(nullptr); }

@@ -1,10 +1,10 @@
 #pragma once
 
-#include <gtest/gtest.h>
-
 #include <chrono>
 #include <functional>
 #include <memory>
+
+#include <gtest/gtest.h>
 
 #include "base/main_queue.h"
 #include "editor/editor_model.h"
