@@ -4,15 +4,14 @@
 // The movie is made once with FFmpeg's sources (a still desktop with a typing burst, pointer
 // motion and a tone every minute) and kept beside the binary. Prints "name: figure" lines.
 
-#include <sys/resource.h>
-#include <sys/wait.h>
-
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <sys/resource.h>
+#include <sys/wait.h>
 
 #include "editor/dead_time.h"
 
@@ -45,7 +44,8 @@ bool makeMovie(const fs::path& out) {
         "aevalsrc='if(between(t,10,18),0.2*sin(2*PI*440*t),0)':s=48000:d=60[a]";
     if (!run("ffmpeg -nostdin -loglevel error -y -filter_complex \"" + filter +
              "\" -map '[v]' -map '[a]' -c:v libx264 -preset veryfast -pix_fmt yuv420p "
-             "-profile:v high -c:a aac -b:a 128k '" + minute + "'")) {
+             "-profile:v high -c:a aac -b:a 128k '" +
+             minute + "'")) {
         return false;
     }
     {
@@ -115,8 +115,8 @@ int main(int argc, char** argv) {
             return 1;
         }
         best = std::min(best, secondsSince(start));
-        proposals = quillo::editor::dead_time::segments(
-                        *timeline, quillo::project::Edits::fresh(kSeconds), {})
+        proposals = quillo::editor::dead_time::segments(*timeline,
+                                                        quillo::project::Edits::fresh(kSeconds), {})
                         .size();
     }
     std::printf("dead_time_analysis_10min_1080p30: %.2f s\n", best);

@@ -21,22 +21,6 @@ struct PreferencesFixture : ::testing::Test {
     }
 };
 
-TEST_F(PreferencesFixture, UnsetKeysReadTheirDefaults) {
-    EXPECT_TRUE(preferences.get(prefs::showMenuBarIcon));
-    EXPECT_EQ(preferences.get(prefs::captureFPS), 30);
-    EXPECT_EQ(preferences.get(prefs::captureMaxDimension), 3840);
-    EXPECT_EQ(preferences.get(prefs::recordShortcut), RecordShortcut::CommandShift2);
-    EXPECT_EQ(preferences.get(prefs::autoZoomScale), 1.8);
-    EXPECT_EQ(preferences.get(prefs::defaultAspect), project::AspectRatio::Original);
-    EXPECT_EQ(preferences.get(prefs::deadTimeAction), editor::DeadTimeAction::Auto);
-    EXPECT_EQ(preferences.get(prefs::exportPreset), render::ExportPreset::Custom);
-    EXPECT_EQ(preferences.get(prefs::demoPace), DemoPace::Normal);
-    EXPECT_EQ(preferences.get(prefs::libraryPath), std::nullopt);
-    EXPECT_EQ(preferences.get(prefs::countdown), 3);
-    EXPECT_TRUE(preferences.get(prefs::openTabs).empty());
-    EXPECT_FALSE(preferences.get(prefs::cameraEnabled));
-}
-
 TEST_F(PreferencesFixture, WrongTypesAndUnknownChoicesReadAsDefaults) {
     stored(R"({"showMenuBarIcon": "no", "captureFPS": 29.5, "autoZoomScale": "big",
                "recordShortcut": "commandShift9", "demoPace": "frantic", "libraryPath": 7,
@@ -117,14 +101,6 @@ TEST_F(PreferencesFixture, ObserversHearChanges) {
     preferences.removeObserver(id);
     ASSERT_TRUE(preferences.set(prefs::agentServerEnabled, false));
     EXPECT_EQ(calls, 2);
-}
-
-TEST(RecordShortcut, LabelsAndKeys) {
-    EXPECT_EQ(shortcutLabel(RecordShortcut::CommandShift2), "Ctrl+Shift+2");
-    EXPECT_EQ(shortcutLabel(RecordShortcut::ControlOptionCommandR), "Ctrl+Alt+Super+R");
-    ShortcutKeys keys = shortcutKeys(RecordShortcut::OptionCommandR);
-    EXPECT_EQ(keys.key, 'r');
-    EXPECT_TRUE(keys.ctrl && keys.alt && !keys.shift && !keys.super);
 }
 
 TEST(DeadTimeOptions, RuleDescribesTheAction) {
