@@ -196,9 +196,7 @@ std::vector<std::pair<double, double>> stretches(
 
 std::vector<Segment> segments(const ActivityTimeline& timeline, const project::Edits& edits,
                               const DeadTimeOptions& options) {
-    std::vector<project::TimeSegment> avoiding = edits.timing();
-    std::stable_sort(avoiding.begin(), avoiding.end(),
-                     [](const auto& a, const auto& b) { return a.start < b.start; });
+    std::vector<project::TimeSegment> avoiding = project::sortedByStart(edits.timing());
     auto found =
         stretches(idle(timeline), timeline.start, timeline.step, {edits.trimStart, edits.trimEnd},
                   options.minimumLength, DeadTimeOptions::kPadding, avoiding);
@@ -221,8 +219,7 @@ project::Edits merge(const std::vector<Segment>& proposals, const project::Edits
     for (const Segment& p : proposals) {
         list.push_back({p.start, p.end, p.speed});
     }
-    std::stable_sort(list.begin(), list.end(),
-                     [](const auto& a, const auto& b) { return a.start < b.start; });
+    project::sortByStart(list);
     merged.segments = std::move(list);
     return merged;
 }

@@ -17,16 +17,10 @@ using project::ZoomSection;
 
 namespace {
 
-template <class T>
-void sortByStart(std::vector<T>& items) {
-    std::stable_sort(items.begin(), items.end(),
-                     [](const T& a, const T& b) { return a.start < b.start; });
-}
-
 void normalize(Edits& edits) {
-    sortByStart(edits.zooms);
+    project::sortByStart(edits.zooms);
     if (edits.segments) {
-        sortByStart(*edits.segments);
+        project::sortByStart(*edits.segments);
     }
 }
 

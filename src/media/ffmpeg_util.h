@@ -54,6 +54,10 @@ AppError unreadable(const std::filesystem::path& file, const std::string& reason
 // Opens a movie's container and reads its stream information.
 Result<InputPtr> openInput(const std::filesystem::path& file);
 
+// The facts of an opened movie (see movie_info.h).
+struct MovieInfo;
+Result<MovieInfo> describe(const std::filesystem::path& file, AVFormatContext* input);
+
 // Opens a decoder for `stream` with threads as the machine offers.
 Result<CodecPtr> openDecoder(const std::filesystem::path& file, const AVStream* stream,
                              void (*configure)(AVCodecContext*) = nullptr);

@@ -9,7 +9,10 @@ Result<MovieInfo> readMovieInfo(const std::filesystem::path& file) {
     if (!input) {
         return input.error();
     }
-    AVFormatContext* context = input->get();
+    return describe(file, input->get());
+}
+
+Result<MovieInfo> describe(const std::filesystem::path& file, AVFormatContext* context) {
     int videoIndex = av_find_best_stream(context, AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
     if (videoIndex < 0) {
         return AppError("The movie “" + file.filename().string() + "” has no video track.");

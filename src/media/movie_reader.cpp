@@ -145,13 +145,13 @@ MovieReader::~MovieReader() = default;
 const MovieInfo& MovieReader::info() const { return m->info; }
 
 Result<std::unique_ptr<MovieReader>> MovieReader::open(const fs::path& file, DecodeMode mode) {
-    auto info = readMovieInfo(file);
-    if (!info) {
-        return info.error();
-    }
     auto input = openInput(file);
     if (!input) {
         return input.error();
+    }
+    auto info = describe(file, input->get());
+    if (!info) {
+        return info.error();
     }
     auto impl = std::make_unique<Impl>();
     impl->file = file;

@@ -9,14 +9,6 @@ namespace {
 
 bool finite(double value) { return std::isfinite(value); }
 
-template <class T>
-std::vector<T> sortedByStart(const std::vector<T>& items) {
-    std::vector<T> sorted = items;
-    std::stable_sort(sorted.begin(), sorted.end(),
-                     [](const T& a, const T& b) { return a.start < b.start; });
-    return sorted;
-}
-
 // Rule 2: zooms inside the recording, scale 1–4, focus inside the frame, touching allowed.
 bool zoomsAreValid(const std::vector<ZoomSection>& zooms, double duration) {
     double previousEnd = -1;

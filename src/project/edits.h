@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <optional>
 #include <string>
@@ -17,6 +18,19 @@ namespace quillo::project {
 // time look-ups.
 inline constexpr double kEndTolerance = 0.05;
 inline constexpr double kTimeSlack = 0.000001;
+
+// Items with a `start` (zooms, segments, redactions, events) in start order; equal starts keep
+// their order.
+template <class T>
+void sortByStart(std::vector<T>& items) {
+    std::stable_sort(items.begin(), items.end(),
+                     [](const T& a, const T& b) { return a.start < b.start; });
+}
+template <class T>
+std::vector<T> sortedByStart(std::vector<T> items) {
+    sortByStart(items);
+    return items;
+}
 
 // One zoom, in recording seconds; x and y are the focus centre as unit fractions (top left).
 struct ZoomSection {

@@ -10,9 +10,7 @@ constexpr double kShortestPiece = 0.001;
 }  // namespace
 
 std::vector<TimeSegment> Edits::pieces() const {
-    std::vector<TimeSegment> sorted = timing();
-    std::stable_sort(sorted.begin(), sorted.end(),
-                     [](const TimeSegment& a, const TimeSegment& b) { return a.start < b.start; });
+    std::vector<TimeSegment> sorted = sortedByStart(timing());
     std::vector<TimeSegment> result;
     double cursor = trimStart;
     for (const TimeSegment& segment : sorted) {
