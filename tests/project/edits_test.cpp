@@ -6,6 +6,8 @@
 
 #include <gtest/gtest.h>
 
+#include "project/edits_json.h"
+
 namespace quillo::project {
 namespace {
 
@@ -21,32 +23,23 @@ const char* const kFrame = "The background style is invalid.";
 const char* const kCamera = "The camera size must be 0.1–0.5 and its corner radius 0–0.5.";
 const char* const kRedactions = "Redactions must be within the recording and the frame.";
 
-// One row: a change to a fresh 10-second recipe, and the message expected (none = valid).
+// One row: JSON merged into a fresh 10-second recipe, and the message expected (none = valid).
 struct Row {
     const char* name;
-    std::function<void(Edits&)> change;
+    const char* patch;
     const char* message;
     double duration = 10;
 };
-
-Redaction box(double start, double end, double x, double width) {
-    Redaction r;
-    r.start = start;
-    r.end = end;
-    r.x = x;
-    r.y = 0.1;
-    r.width = width;
-    r.height = 0.2;
-    return r;
-}
 
 class Validation : public ::testing::TestWithParam<Row> {};
 
 TEST_P(Validation, GivesTheFirstFailingRulesMessage) {
     const Row& row = GetParam();
-    Edits edits = Edits::fresh(10);
-    row.change(edits);
-    auto result = edits.validate(row.duration);
+    Json json = toJson(Edits::fresh(10));
+    json.update(Json::parse(row.patch));
+    auto edits = editsFromJson(json);
+    ASSERT_TRUE(edits) << edits.error().message;
+    auto result = edits->validate(row.duration);
     if (row.message == nullptr) {
         EXPECT_TRUE(result) << result.error().message;
     } else {
@@ -55,203 +48,106 @@ TEST_P(Validation, GivesTheFirstFailingRulesMessage) {
     }
 }
 
-std::vector<Row> rows() {
-    return {
-        // --- trim and version
-        {"fresh", [](Edits&) {}, nullptr},
-        {"version2", [](Edits& e) { e.version = 2; }, kTrim},
-        {"endAtTolerance", [](Edits& e) { e.trimEnd = 10.05; }, nullptr},
-        {"endPastTolerance", [](Edits& e) { e.trimEnd = 10.06; }, kTrim},
-        {"negativeStart", [](Edits& e) { e.trimStart = -0.001; }, kTrim},
-        {"emptyRange", [](Edits& e) { e.trimStart = 10; }, kTrim},
-        {"nanEnd", [](Edits& e) { e.trimEnd = kNaN; }, kTrim},
-        {"negativeDuration", [](Edits& e) { e.trimEnd = 1; }, kTrim, -1},
-        {"infiniteDuration", [](Edits&) {}, kTrim, kInf},
-        // --- zooms
-        {"touchingZoomsInAnyOrder",
-         [](Edits& e) {
-             e.zooms = {{4, 6, 2, 0.5, 0.5, {}}, {2, 4, 2, 0.5, 0.5, {}}};
-         },
-         nullptr},
-        {"overlappingZooms",
-         [](Edits& e) {
-             e.zooms = {{2, 4.001, 2, 0.5, 0.5, {}}, {4, 6, 2, 0.5, 0.5, {}}};
-         },
-         kZooms},
-        {"zoomScaleBounds",
-         [](Edits& e) {
-             e.zooms = {{0, 1, 1, 0, 0, {}}, {1, 2, 4, 1, 1, {}}};
-         },
-         nullptr},
-        {"zoomScaleAbove4",
-         [](Edits& e) {
-             e.zooms = {{0, 1, 4.01, 0.5, 0.5, {}}};
-         },
-         kZooms},
-        {"zoomScaleBelow1",
-         [](Edits& e) {
-             e.zooms = {{0, 1, 0.99, 0.5, 0.5, {}}};
-         },
-         kZooms},
-        {"zoomFocusOutside",
-         [](Edits& e) {
-             e.zooms = {{0, 1, 2, 1.01, 0.5, {}}};
-         },
-         kZooms},
-        {"zoomNanFocus",
-         [](Edits& e) {
-             e.zooms = {{0, 1, 2, 0.5, kNaN, {}}};
-         },
-         kZooms},
-        {"zoomPastEnd",
-         [](Edits& e) {
-             e.zooms = {{9, 10.06, 2, 0.5, 0.5, {}}};
-         },
-         kZooms},
-        {"zoomEmpty",
-         [](Edits& e) {
-             e.zooms = {{3, 3, 2, 0.5, 0.5, {}}};
-         },
-         kZooms},
-        // --- segments
-        {"speed1",
-         [](Edits& e) {
-             e.segments = {{{2, 4, 1}}};
-         },
-         nullptr},
-        {"speed16",
-         [](Edits& e) {
-             e.segments = {{{2, 4, 16}}};
-         },
-         nullptr},
-        {"speedHalf",
-         [](Edits& e) {
-             e.segments = {{{2, 4, 0.5}}};
-         },
-         kSegments},
-        {"speed17",
-         [](Edits& e) {
-             e.segments = {{{2, 4, 17}}};
-         },
-         kSegments},
-        {"touchingSegments",
-         [](Edits& e) {
-             e.segments = {{{4, 6, 2}, {2, 4, 0}}};
-         },
-         nullptr},
-        {"overlappingSegments",
-         [](Edits& e) {
-             e.segments = {{{2, 4, 0}, {3.9, 6, 2}}};
-         },
-         kSegments},
-        {"segmentPastEnd",
-         [](Edits& e) {
-             e.segments = {{{9, 10.06, 0}}};
-         },
-         kSegments},
-        // --- something must be left
-        {"cutEverything",
-         [](Edits& e) {
-             e.segments = {{{0, 10, 0}}};
-         },
-         kNothing},
-        {"sixteenTimesShortClip",
-         [](Edits& e) {
-             e.trimEnd = 0.8;
-             e.segments = {{{0, 0.8, 16}}};
-         },
-         kNothing},
-        {"justEnoughLeft",
-         [](Edits& e) {
-             e.segments = {{{0, 9.94, 0}}};
-         },
-         nullptr},
-        {"badZoomBeforeNothingLeft",  // order of checks: zooms come before the kept time
-         [](Edits& e) {
-             e.zooms = {{0, 1, 5, 0.5, 0.5, {}}};
-             e.segments = {{{0, 10, 0}}};
-         },
-         kZooms},
-        // --- frame
-        {"frameBounds",
-         [](Edits& e) {
-             e.frame = FrameStyle{5, 0.25, 0.1, false};
-         },
-         nullptr},
-        {"frameIndex6",
-         [](Edits& e) {
-             e.frame = FrameStyle{6, 0.08, 0.02, true};
-         },
-         kFrame},
-        {"frameNegativeIndex",
-         [](Edits& e) {
-             e.frame = FrameStyle{-1, 0.08, 0.02, true};
-         },
-         kFrame},
-        {"framePadding",
-         [](Edits& e) {
-             e.frame = FrameStyle{0, 0.26, 0.02, true};
-         },
-         kFrame},
-        {"frameCorner",
-         [](Edits& e) {
-             e.frame = FrameStyle{0, 0.08, 0.11, true};
-         },
-         kFrame},
-        // --- camera
-        {"cameraBounds",
-         [](Edits& e) {
-             e.camera = CameraStyle{};
-             e.camera->size = 0.1;
-             e.camera->cornerRadius = 0.5;
-         },
-         nullptr},
-        {"cameraTooBig",
-         [](Edits& e) {
-             e.camera = CameraStyle{};
-             e.camera->size = 0.51;
-         },
-         kCamera},
-        {"cameraNanCorner",
-         [](Edits& e) {
-             e.camera = CameraStyle{};
-             e.camera->cornerRadius = kNaN;
-         },
-         kCamera},
-        // --- redactions
-        {"redactionAtEdgeTolerance", [](Edits& e) { e.redactions = {{box(1, 2, 0.9, 0.1001)}}; },
-         nullptr},
-        {"redactionOutsideFrame", [](Edits& e) { e.redactions = {{box(1, 2, 0.9, 0.2)}}; },
-         kRedactions},
-        {"redactionPastEnd", [](Edits& e) { e.redactions = {{box(9, 10.06, 0, 0.5)}}; },
-         kRedactions},
-        {"redactionTwoComponentColour",
-         [](Edits& e) {
-             Redaction r = box(1, 2, 0, 0.5);
-             r.color = std::vector<double>{0.5, 0.5};
-             e.redactions = {{r}};
-         },
-         kRedactions},
-        {"redactionStrength",
-         [](Edits& e) {
-             Redaction r = box(1, 2, 0, 0.5);
-             r.strength = 1.01;
-             e.redactions = {{r}};
-         },
-         kRedactions},
-        {"frameBeforeCamera",  // order of checks: frame before camera before redactions
-         [](Edits& e) {
-             e.frame = FrameStyle{9, 0.08, 0.02, true};
-             e.camera = CameraStyle{};
-             e.camera->size = 2;
-             e.redactions = {{box(1, 2, 0.9, 0.5)}};
-         },
-         kFrame},
-    };
-}
+// Zoom, segment and redaction records in short.
+#define ZOOM(s, e, k, x, y) \
+    "{\"start\":" #s ",\"end\":" #e ",\"scale\":" #k ",\"x\":" #x ",\"y\":" #y "}"
+#define SEG(s, e, v) "{\"start\":" #s ",\"end\":" #e ",\"speed\":" #v "}"
+#define BOX(s, e, x, w, extra)                                              \
+    "{\"start\":" #s ",\"end\":" #e ",\"x\":" #x ",\"y\":0.1,\"width\":" #w \
+    ",\"height\":0.2" extra "}"
+#define FRAME(b, p, c)                                                          \
+    "{\"frame\":{\"background\":" #b ",\"padding\":" #p ",\"cornerRadius\":" #c \
+    ",\"shadow\":"                                                              \
+    "true}}"
+#define CAMERA(size, corner)                                                    \
+    "{\"camera\":{\"layout\":\"top-left\",\"shape\":\"circle\",\"size\":" #size \
+    ",\"cornerRadius\":" #corner ",\"mirror\":true,\"shadow\":true}}"
 
-INSTANTIATE_TEST_SUITE_P(Edits, Validation, ::testing::ValuesIn(rows()),
+const Row kRows[] = {
+    // --- trim and version
+    {"fresh", "{}", nullptr},
+    {"version2", R"({"version":2})", kTrim},
+    {"endAtTolerance", R"({"trimEnd":10.05})", nullptr},
+    {"endPastTolerance", R"({"trimEnd":10.06})", kTrim},
+    {"negativeStart", R"({"trimStart":-0.001})", kTrim},
+    {"emptyRange", R"({"trimStart":10})", kTrim},
+    {"negativeDuration", R"({"trimEnd":1})", kTrim, -1},
+    {"infiniteDuration", "{}", kTrim, kInf},
+    // --- zooms
+    {"touchingZoomsInAnyOrder",
+     "{\"zooms\":[" ZOOM(4, 6, 2, 0.5, 0.5) "," ZOOM(2, 4, 2, 0.5, 0.5) "]}", nullptr},
+    {"overlappingZooms",
+     "{\"zooms\":[" ZOOM(2, 4.001, 2, 0.5, 0.5) "," ZOOM(4, 6, 2, 0.5, 0.5) "]}", kZooms},
+    {"zoomScaleBounds", "{\"zooms\":[" ZOOM(0, 1, 1, 0, 0) "," ZOOM(1, 2, 4, 1, 1) "]}", nullptr},
+    {"zoomScaleAbove4", "{\"zooms\":[" ZOOM(0, 1, 4.01, 0.5, 0.5) "]}", kZooms},
+    {"zoomScaleBelow1", "{\"zooms\":[" ZOOM(0, 1, 0.99, 0.5, 0.5) "]}", kZooms},
+    {"zoomFocusOutside", "{\"zooms\":[" ZOOM(0, 1, 2, 1.01, 0.5) "]}", kZooms},
+    {"zoomPastEnd", "{\"zooms\":[" ZOOM(9, 10.06, 2, 0.5, 0.5) "]}", kZooms},
+    {"zoomEmpty", "{\"zooms\":[" ZOOM(3, 3, 2, 0.5, 0.5) "]}", kZooms},
+    // --- segments
+    {"speed1", "{\"segments\":[" SEG(2, 4, 1) "]}", nullptr},
+    {"speed16", "{\"segments\":[" SEG(2, 4, 16) "]}", nullptr},
+    {"speedHalf", "{\"segments\":[" SEG(2, 4, 0.5) "]}", kSegments},
+    {"speed17", "{\"segments\":[" SEG(2, 4, 17) "]}", kSegments},
+    {"touchingSegments", "{\"segments\":[" SEG(4, 6, 2) "," SEG(2, 4, 0) "]}", nullptr},
+    {"overlappingSegments", "{\"segments\":[" SEG(2, 4, 0) "," SEG(3.9, 6, 2) "]}", kSegments},
+    {"segmentPastEnd", "{\"segments\":[" SEG(9, 10.06, 0) "]}", kSegments},
+    // --- something must be left
+    {"cutEverything", "{\"segments\":[" SEG(0, 10, 0) "]}", kNothing},
+    {"sixteenTimesShortClip", "{\"trimEnd\":0.8,\"segments\":[" SEG(0, 0.8, 16) "]}", kNothing},
+    {"justEnoughLeft", "{\"segments\":[" SEG(0, 9.94, 0) "]}", nullptr},
+    // Order of checks: zooms before the kept time.
+    {"badZoomBeforeNothingLeft",
+     "{\"zooms\":[" ZOOM(0, 1, 5, 0.5, 0.5) "],\"segments\":[" SEG(0, 10, 0) "]}", kZooms},
+    // --- frame and camera
+    {"frameBounds", FRAME(5, 0.25, 0.1), nullptr},
+    {"frameIndex6", FRAME(6, 0.08, 0.02), kFrame},
+    {"frameNegativeIndex", FRAME(-1, 0.08, 0.02), kFrame},
+    {"framePadding", FRAME(0, 0.26, 0.02), kFrame},
+    {"frameCorner", FRAME(0, 0.08, 0.11), kFrame},
+    {"cameraBounds", CAMERA(0.1, 0.5), nullptr},
+    {"cameraTooBig", CAMERA(0.51, 0.2), kCamera},
+    {"cameraNegativeCorner", CAMERA(0.3, -0.01), kCamera},
+    // --- redactions
+    {"redactionAtEdgeTolerance", "{\"redactions\":[" BOX(1, 2, 0.9, 0.1001, "") "]}", nullptr},
+    {"redactionOutsideFrame", "{\"redactions\":[" BOX(1, 2, 0.9, 0.2, "") "]}", kRedactions},
+    {"redactionPastEnd", "{\"redactions\":[" BOX(9, 10.06, 0, 0.5, "") "]}", kRedactions},
+    {"redactionTwoComponentColour",
+     "{\"redactions\":[" BOX(1, 2, 0, 0.5, ",\"color\":[0.5,0.5]") "]}", kRedactions},
+    {"redactionStrength", "{\"redactions\":[" BOX(1, 2, 0, 0.5, ",\"strength\":1.01") "]}",
+     kRedactions},
+    // Order of checks: frame before camera before redactions.
+    {"frameBeforeCamera",
+     "{\"frame\":{\"background\":9,\"padding\":0.08,\"cornerRadius\":0.02,\"shadow\":true},"
+     "\"camera\":{\"layout\":\"top-left\",\"shape\":\"circle\",\"size\":2,"
+     "\"cornerRadius\":0.2,\"mirror\":true,\"shadow\":true},"
+     "\"redactions\":[" BOX(1, 2, 0.9, 0.5, "") "]}",
+     kFrame},
+};
+
+INSTANTIATE_TEST_SUITE_P(Edits, Validation, ::testing::ValuesIn(kRows),
                          [](const auto& info) { return std::string(info.param.name); });
+
+// Values JSON cannot hold, from agents' or the editor's arithmetic.
+TEST(Validation, NonFiniteNumbersFail) {
+    Edits edits = Edits::fresh(10);
+    edits.trimEnd = kNaN;
+    EXPECT_EQ(edits.validate(10).error().message, kTrim);
+    edits = Edits::fresh(10);
+    edits.zooms = {{0, 1, 2, 0.5, kNaN, {}}};
+    EXPECT_EQ(edits.validate(10).error().message, kZooms);
+    edits = Edits::fresh(10);
+    edits.camera = CameraStyle{};
+    edits.camera->cornerRadius = kNaN;
+    EXPECT_EQ(edits.validate(10).error().message, kCamera);
+    edits = Edits::fresh(10);
+    Redaction r;
+    r.end = 1;
+    r.width = r.height = 0.5;
+    r.strength = kInf;
+    edits.redactions = {{r}};
+    EXPECT_EQ(edits.validate(10).error().message, kRedactions);
+}
 
 // --- zoom amount and viewport
 
@@ -316,7 +212,12 @@ TEST(Edits, NeedsCompositionForVisibleChangesOnly) {
              [](Edits& e) {
                  e.zooms = {{0, 1, 2, 0.5, 0.5, {}}};
              },
-             [](Edits& e) { e.redactions = {{box(1, 2, 0, 0.5)}}; }}) {
+             [](Edits& e) {
+                 Redaction r;
+                 r.end = 1;
+                 r.width = r.height = 0.5;
+                 e.redactions = {{r}};
+             }}) {
         Edits changed = edits;
         change(changed);
         EXPECT_TRUE(changed.needsComposition());
