@@ -1,9 +1,14 @@
 #pragma once
 
+#include <filesystem>
+#include <optional>
+#include <string>
 #include <string_view>
 #include <utility>
 
 #include "base/enum_table.h"
+#include "base/geometry.h"
+#include "project/edits.h"
 
 namespace quillo::render {
 
@@ -22,6 +27,59 @@ enum class ExportPreset {
 // The preset a new user starts with: Custom, which uses the chosen format and size.
 inline constexpr ExportPreset kDefaultExportPreset = ExportPreset::Custom;
 
+enum class ExportFormat { MP4, GIF };
+// The Custom preset's size choice, by the largest side of the output.
+enum class ExportSize { Original, P1080, P720 };
+
+enum class ExportCodec { H264, HEVC, GIF, Chosen };
+
+// One row of the preset table. Sized presets have a shape and a pixel size.
+struct PresetInfo {
+    std::string_view title;
+    std::optional<std::string_view> suffix;
+    std::optional<Size> size;  // pixels; its shape is the preset's shape
+    std::optional<int> fps;
+    ExportCodec codec;
+};
+
+const PresetInfo& presetInfo(ExportPreset preset);
+// The picker's subtitle: "MP4 · 1920×1080 · 60 fps", "GIF · up to 960 px · 12 fps", …
+std::string presetDetail(ExportPreset preset);
+// Whether the picker offers the reframe choice: sized presets no wider than tall.
+bool offersReframe(ExportPreset preset);
+// The largest output side of a Custom size; none for Original.
+std::optional<double> largestSide(ExportSize size);
+
+// One export job.
+struct ExportSpec {
+    project::Edits edits;  // the recipe to render, reframed for the preset
+    ExportFormat format = ExportFormat::MP4;
+    std::optional<double> maxDimension;
+    std::optional<Size> size;
+    std::optional<int> fps;  // frame-rate cap; the GIF's frame rate
+    bool hevc = false;
+    std::optional<std::string> suffix;
+
+    std::string fileExtension() const { return format == ExportFormat::GIF ? "gif" : "mp4"; }
+    // "{base} — {suffix}.{extension}", without the suffix part when there is none.
+    std::string fileName(const std::string& base) const;
+    // The explicit size, else the recipe's canvas for `source` held to maxDimension, even sides.
+    Size outputSize(Size source) const;
+};
+
+// The export job for a recipe: sized presets set the recipe's reframe to their shape
+// (`follow`: crop and follow the action, else fit), and portrait or square presets that fit
+// a picture of another shape add `backdrop` when the recipe has no frame. Custom uses `format`
+// and `size` (GIFs held to 960 px at `gifFPS`).
+ExportSpec exportSpec(ExportPreset preset, const project::Edits& edits, Size source, bool follow,
+                      ExportFormat format = ExportFormat::MP4,
+                      ExportSize size = ExportSize::Original, int gifFPS = 12,
+                      const project::FrameStyle& backdrop = {});
+
+// `folder/name`, or "name 2", "name 3", … (before the extension) when that file exists.
+std::filesystem::path uniqueDestination(const std::filesystem::path& folder,
+                                        const std::string& name);
+
 }  // namespace quillo::render
 
 namespace quillo {
@@ -39,6 +97,19 @@ struct EnumTable<render::ExportPreset> {
         {E::DocsGif, "docs_gif"},
         {E::Custom, "custom"},
     };
+};
+
+template <>
+struct EnumTable<render::ExportFormat> {
+    using E = render::ExportFormat;
+    static constexpr std::pair<E, std::string_view> cases[] = {{E::MP4, "MP4"}, {E::GIF, "GIF"}};
+};
+
+template <>
+struct EnumTable<render::ExportSize> {
+    using E = render::ExportSize;
+    static constexpr std::pair<E, std::string_view> cases[] = {
+        {E::Original, "Original"}, {E::P1080, "1080p"}, {E::P720, "720p"}};
 };
 
 }  // namespace quillo
