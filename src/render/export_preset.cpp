@@ -62,7 +62,9 @@ std::string ExportSpec::fileName(const std::string& base) const {
     return base + (suffix ? " — " + *suffix : std::string()) + "." + fileExtension();
 }
 
-Size ExportSpec::outputSize(Size source) const { return renderSize(edits, source, maxDimension, size); }
+Size ExportSpec::outputSize(Size source) const {
+    return renderSize(edits, source, maxDimension, size);
+}
 
 ExportSpec exportSpec(ExportPreset preset, const project::Edits& edits, Size source, bool follow,
                       ExportFormat format, ExportSize size, int gifFPS,

@@ -37,7 +37,7 @@ TEST(Canvas, RenderSizeHoldsTheLargerSideToTheLimit) {
     Edits edits = Edits::fresh(10);
     EXPECT_EQ(renderSize(edits, {3840, 2160}, 1920), (Size{1920, 1080}));
     EXPECT_EQ(renderSize(edits, {1280, 720}, 1920), (Size{1280, 720}));  // never scaled up
-    EXPECT_EQ(renderSize(edits, {1001, 3}, 100), (Size{100, 2}));       // at least 2, even
+    EXPECT_EQ(renderSize(edits, {1001, 3}, 100), (Size{100, 2}));        // at least 2, even
     EXPECT_EQ(renderSize(edits, {3840, 2160}, 1920, Size{1080, 1920}), (Size{1080, 1920}));
 }
 
@@ -61,7 +61,7 @@ TEST(Reframe, CameraGlidesAfterTheFocus) {
 
     // The focus jumps from the left to the right at time 10.
     auto jump = [](double t) { return std::optional<Point>(Point{t < 10 ? 0.1 : 0.9, 0.5}); };
-    EXPECT_LT(reframeCamera(10.1, jump).x, 0.25);      // just after: still near the left
+    EXPECT_LT(reframeCamera(10.1, jump).x, 0.25);         // just after: still near the left
     EXPECT_NEAR(reframeCamera(12.9, jump).x, 0.9, 0.01);  // long after: there
     double previous = 0;
     for (double t = 10; t < 11; t += 0.1) {  // no overshoot, always moving towards it
@@ -71,8 +71,12 @@ TEST(Reframe, CameraGlidesAfterTheFocus) {
         previous = x;
     }
     // Focus outside the frame is held to it.
-    EXPECT_NEAR(reframeCamera(5, [](double) { return std::optional<Point>(Point{2, -1}); }).x, 1,
-                1e-12);
+    EXPECT_NEAR(reframeCamera(5,
+                              [](double) {
+                                  return std::optional<Point>(Point{2, -1});
+                              })
+                    .x,
+                1, 1e-12);
 }
 
 }  // namespace

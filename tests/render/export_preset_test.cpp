@@ -14,8 +14,8 @@ TEST(ExportPreset, DetailsAndReframeOffers) {
     EXPECT_EQ(presetDetail(ExportPreset::LinkedInPortrait), "MP4 · 1080×1350 · 30 fps");
     EXPECT_EQ(presetDetail(ExportPreset::DocsGif), "GIF · up to 960 px · 12 fps");
     EXPECT_EQ(presetDetail(ExportPreset::Custom), "Choose format and size");
-    for (ExportPreset p : {ExportPreset::Reels, ExportPreset::LinkedInSquare,
-                           ExportPreset::LinkedInPortrait}) {
+    for (ExportPreset p :
+         {ExportPreset::Reels, ExportPreset::LinkedInSquare, ExportPreset::LinkedInPortrait}) {
         EXPECT_TRUE(offersReframe(p)) << rawValue(p);
     }
     for (ExportPreset p : {ExportPreset::YouTube1080p, ExportPreset::YouTube4K, ExportPreset::X,
@@ -42,8 +42,8 @@ TEST(ExportSpec, SizedPresetsReframeAndNameTheFile) {
 TEST(ExportSpec, FittingAnotherShapeAddsTheBackdrop) {
     Edits edits = Edits::fresh(10);
     project::FrameStyle backdrop{2, 0.1, 0.05, true};
-    auto landscape = exportSpec(ExportPreset::Reels, edits, {1920, 1080}, false,
-                                ExportFormat::MP4, ExportSize::Original, 12, backdrop);
+    auto landscape = exportSpec(ExportPreset::Reels, edits, {1920, 1080}, false, ExportFormat::MP4,
+                                ExportSize::Original, 12, backdrop);
     EXPECT_EQ(landscape.edits.frame, backdrop);
     auto portrait = exportSpec(ExportPreset::Reels, edits, {1080, 1920}, false);
     EXPECT_FALSE(portrait.edits.frame);  // already the target's shape
