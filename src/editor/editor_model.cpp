@@ -182,29 +182,23 @@ bool EditorModel::commit(Edits candidate, Rebuild rebuild, std::optional<double>
     return true;
 }
 
-void EditorModel::undo() {
-    if (m_undo.empty()) {
+// Undo and redo are mirror images: the recipe on top of `from` becomes current and the current
+// one goes onto `to`, only once the commit has succeeded.
+void EditorModel::step(std::vector<Edits>& from, std::vector<Edits>& to) {
+    if (from.empty()) {
         return;
     }
     Edits current = m_edits;
-    if (commit(m_undo.back(), Rebuild::Yes, std::nullopt, History::Skip)) {
-        m_undo.pop_back();
-        m_redo.push_back(std::move(current));
+    if (commit(from.back(), Rebuild::Yes, std::nullopt, History::Skip)) {
+        from.pop_back();
+        to.push_back(std::move(current));
         changed();
     }
 }
 
-void EditorModel::redo() {
-    if (m_redo.empty()) {
-        return;
-    }
-    Edits current = m_edits;
-    if (commit(m_redo.back(), Rebuild::Yes, std::nullopt, History::Skip)) {
-        m_redo.pop_back();
-        m_undo.push_back(std::move(current));
-        changed();
-    }
-}
+void EditorModel::undo() { step(m_undo, m_redo); }
+
+void EditorModel::redo() { step(m_redo, m_undo); }
 
 double EditorModel::playhead(std::optional<double> at) const {
     double t = at.value_or(m_currentTime);

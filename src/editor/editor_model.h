@@ -124,6 +124,7 @@ private:
     struct Loaded;
     static Result<Loaded> read(const project::LocalProject& project);
     void apply(Result<Loaded> loaded);
+    void step(std::vector<project::Edits>& from, std::vector<project::Edits>& to);
     void fail(const std::string& message);
     void clampSelection();
     double playhead(std::optional<double> at) const;

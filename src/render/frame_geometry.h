@@ -15,9 +15,9 @@ Rect fit(Size source, const Rect& area);
 
 // Where the backdrop frame puts things in output rectangle `output`.
 struct FrameLayout {
-    Rect content;         // output inset by the padding
-    Rect picture;         // the recording fitted into the content
-    double radius = 0;    // corner radius of the picture
+    Rect content;             // output inset by the padding
+    Rect picture;             // the recording fitted into the content
+    double radius = 0;        // corner radius of the picture
     double shadowSigma = 0;   // Gaussian sigma of the shadow (0: no shadow)
     double shadowOffset = 0;  // the shadow's downward shift
 };

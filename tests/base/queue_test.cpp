@@ -5,7 +5,6 @@
 
 #include <gtest/gtest.h>
 
-#include "base/cancel_token.h"
 #include "base/main_queue.h"
 #include "base/serial_queue.h"
 
@@ -75,14 +74,6 @@ TEST(LoopMainQueue, RunPendingRunsTasksPostedByTasks) {
     });
     EXPECT_EQ(main.runPending(), 2);
     EXPECT_EQ(count, 2);
-}
-
-TEST(CancelToken, CopiesShareTheFlag) {
-    CancelToken token;
-    CancelToken copy = token;
-    EXPECT_FALSE(copy.isCancelled());
-    token.cancel();
-    EXPECT_TRUE(copy.isCancelled());
 }
 
 }  // namespace
