@@ -14,6 +14,7 @@
 #include <sys/wait.h>
 
 #include "editor/dead_time.h"
+#include "screen_movie.h"
 
 namespace fs = std::filesystem;
 using Clock = std::chrono::steady_clock;
@@ -24,28 +25,12 @@ constexpr int kSeconds = 600;
 
 bool run(const std::string& command) { return std::system(command.c_str()) == 0; }
 
-// One minute of a light desktop with two window-like panels: a burst of typing (a changing strip)
-// from 10 to 18 s with a tone, pointer motion from 30 to 36 s, stillness otherwise. Encoded by
-// x264 "veryfast" with B-frames, as a screen recorder writes it; ten copies are then joined
-// without re-encoding, which keeps making the movie to about a minute.
+// Ten copies of the benchmark minute joined without re-encoding, which keeps making the movie
+// to about a minute.
 bool makeMovie(const fs::path& out) {
     const std::string minute = out.string() + ".minute.mp4";
     const std::string list = out.string() + ".list";
-    std::string filter =
-        "color=c=0xe8e8ec:s=1920x1080:r=30:d=60,format=yuv420p"
-        ",drawbox=x=160:y=120:w=1100:h=760:color=0xffffff:t=fill"
-        ",drawbox=x=1320:y=200:w=460:h=600:color=0x2b2d31:t=fill[desk];"
-        "testsrc2=s=640x48:r=30:d=60,format=yuv420p[typing];"
-        "color=c=0x000000:s=20x28:r=30:d=60,format=yuv420p[pointer];"
-        "[desk][typing]overlay=x=240:y=300:format=yuv420:enable='between(t,10,18)'[typed];"
-        "[typed][pointer]overlay=eval=frame:format=yuv420:"
-        "x='if(between(t,30,36),300+180*(t-30),1500)':"
-        "y='if(between(t,30,36),700-60*(t-30),500)'[v];"
-        "aevalsrc='if(between(t,10,18),0.2*sin(2*PI*440*t),0)':s=48000:d=60[a]";
-    if (!run("ffmpeg -nostdin -loglevel error -y -filter_complex \"" + filter +
-             "\" -map '[v]' -map '[a]' -c:v libx264 -preset veryfast -pix_fmt yuv420p "
-             "-profile:v high -c:a aac -b:a 128k '" +
-             minute + "'")) {
+    if (!quillo::bench::makeScreenMinute(minute)) {
         return false;
     }
     {
@@ -64,17 +49,6 @@ bool makeMovie(const fs::path& out) {
 
 double secondsSince(Clock::time_point start) {
     return std::chrono::duration<double>(Clock::now() - start).count();
-}
-
-long peakResidentKB() {
-    std::ifstream status("/proc/self/status");
-    std::string line;
-    while (std::getline(status, line)) {
-        if (line.rfind("VmHWM:", 0) == 0) {
-            return std::strtol(line.c_str() + 6, nullptr, 10);
-        }
-    }
-    return 0;
 }
 
 }  // namespace
@@ -127,6 +101,6 @@ int main(int argc, char** argv) {
     // idle: one stretch before the first burst and one after each burst, 11 in all.
     std::printf("dead_time_proposals: %zu\n", proposals);
     std::printf("dead_time_analysis_peak_memory: %.0f MB (target at most 300 MB)\n",
-                peakResidentKB() / 1024.0);
+                quillo::bench::peakResidentKB() / 1024.0);
     return 0;
 }

@@ -4,8 +4,7 @@
 #include <ostream>
 
 #include "base/clock.h"
-#include "media/movie_info.h"
-#include "project/local_project.h"
+#include "open_recording.h"
 
 namespace quillo::app {
 
@@ -26,35 +25,15 @@ std::string speed(double value) {
 }  // namespace
 
 int inspectProject(const std::filesystem::path& folder, std::ostream& out, std::ostream& err) {
-    auto project = project::LocalProject::open(folder);
-    if (!project) {
-        err << project.error().message << "\n";
+    auto opened = openRecording(folder);
+    if (!opened) {
+        err << opened.error().message << "\n";
         return 1;
     }
-    // The movie's own length is what the recipe is checked against; the stored duration stands
-    // in only when the movie cannot be read.
-    double duration = 0;
-    auto movie = media::readMovieInfo(project->recordingFile());
-    if (movie) {
-        duration = movie->duration;
-    } else if (project->metadata.duration) {
-        duration = *project->metadata.duration;
-    } else {
-        err << movie.error().message << "\n";
-        return 1;
-    }
-
-    auto stored = project->loadEdits(duration);
-    if (!stored) {
-        err << stored.error().message << "\n";
-        return 1;
-    }
-    const bool edited = stored->has_value();
-    project::Edits edits = edited ? **stored : project::Edits::fresh(duration);
-    if (auto valid = edits.validate(duration); !valid) {
-        err << valid.error().message << "\n";
-        return 1;
-    }
+    const double duration = opened->duration;
+    const bool edited = opened->edited;
+    const project::Edits& edits = opened->edits;
+    const project::LocalProject* project = &opened->project;
 
     out << "Title: " << project->metadata.title << "\n";
     out << "Duration: " << clock(duration, true) << " (" << seconds(duration) << ")\n";

@@ -5,9 +5,11 @@
 #include <signal.h>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "base/main_queue.h"
 #include "base/paths.h"
+#include "export_command.h"
 #include "inspect.h"
 #include "preferences.h"
 #include "project/migration.h"
@@ -24,11 +26,16 @@ using namespace quillo;
 constexpr const char* kUsage =
     "Usage: quillo [--headless]\n"
     "       quillo inspect FOLDER\n"
+    "       quillo export FOLDER [--preset ID] [--format mp4|gif] [--size original|1080p|720p]\n"
+    "                            [--reframe fit|follow] [--out PATH]\n"
+    "       quillo render-frame FOLDER TIME OUT.png\n"
     "       quillo --version\n"
     "\n"
     "  (no arguments)  start Quillo (headless when there is no display)\n"
     "  --headless      start without windows\n"
     "  inspect FOLDER  check a recording's folder: title, duration, kept pieces\n"
+    "  export FOLDER   render the finished video (MP4 or GIF) with the recording's edits\n"
+    "  render-frame    write the finished frame at a recording time as a PNG\n"
     "  --version       print the version\n";
 
 // Runs the main loop without windows until SIGINT or SIGTERM.
@@ -91,6 +98,11 @@ int main(int argc, char** argv) {
             return 2;
         }
         return app::inspectProject(argv[2], std::cout, std::cerr);
+    }
+    if (command == "export" || command == "render-frame") {
+        std::vector<std::string> rest(argv + 2, argv + argc);
+        return command == "export" ? app::exportCommand(rest, std::cout, std::cerr)
+                                   : app::renderFrameCommand(rest, std::cout, std::cerr);
     }
     if (command.empty() || command == "--headless") {
         // The studio window arrives with the Qt views; until then every start is headless.

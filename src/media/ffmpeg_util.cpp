@@ -1,12 +1,20 @@
 #include "ffmpeg_util.h"
 
+#include <mutex>
+
 namespace quillo::media {
 
 AppError unreadable(const std::filesystem::path& file, const std::string& reason) {
     return AppError("The movie “" + file.filename().string() + "” could not be read.", reason);
 }
 
+void quietLibraryLogs() {
+    static std::once_flag once;
+    std::call_once(once, [] { av_log_set_level(AV_LOG_ERROR); });
+}
+
 Result<InputPtr> openInput(const std::filesystem::path& file) {
+    quietLibraryLogs();
     AVFormatContext* raw = nullptr;
     if (int code = avformat_open_input(&raw, file.c_str(), nullptr, nullptr); code < 0) {
         return unreadable(file, avError(code));

@@ -51,6 +51,10 @@ inline std::string avError(int code) {
 // "The movie “NAME” could not be read." with the library's reason as detail.
 AppError unreadable(const std::filesystem::path& file, const std::string& reason);
 
+// Keeps FFmpeg's own console messages to errors: its notes about codec choices are noise for
+// users, and our errors carry the library's reason in their detail.
+void quietLibraryLogs();
+
 // Opens a movie's container and reads its stream information.
 Result<InputPtr> openInput(const std::filesystem::path& file);
 

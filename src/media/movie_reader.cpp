@@ -10,6 +10,7 @@ extern "C" {
 }
 
 #include "ffmpeg_util.h"
+#include "libyuv/convert_argb.h"
 
 namespace quillo::media {
 
@@ -104,7 +105,20 @@ struct MovieReader::Impl {
         }
     }
 
-    Result<VideoFrame> convert(const AVFrame* frame, const FrameFormat& format) {
+    // libyuv's conversion for the common case of a 4:2:0 picture at its own size, several times
+    // faster than the general scaler.
+    static const libyuv::YuvConstants* directMatrix(const AVFrame* frame) {
+        if (frame->format != AV_PIX_FMT_YUV420P && frame->format != AV_PIX_FMT_YUVJ420P) {
+            return nullptr;
+        }
+        bool full = frame->color_range == AVCOL_RANGE_JPEG || frame->format == AV_PIX_FMT_YUVJ420P;
+        if (frame->colorspace == AVCOL_SPC_BT709) {
+            return full ? &libyuv::kYuvF709Constants : &libyuv::kYuvH709Constants;
+        }
+        return full ? &libyuv::kYuvJPEGConstants : &libyuv::kYuvI601Constants;
+    }
+
+    Result<void> convert(const AVFrame* frame, const FrameFormat& format, VideoFrame& out) {
         int width = format.width;
         int height = format.height;
         if (width <= 0 && height <= 0) {
@@ -125,17 +139,24 @@ struct MovieReader::Impl {
         if (!scaler) {
             return unreadable(file, "unsupported pixel format");
         }
-        VideoFrame out;
         out.time = timeOf(frame);
         out.width = width;
         out.height = height;
         out.pixelFormat = format.pixelFormat;
         out.stride = format.pixelFormat == PixelFormat::Gray8 ? width : width * 4;
         out.pixels.resize(static_cast<size_t>(out.stride) * height);
+        const libyuv::YuvConstants* matrix = directMatrix(frame);
+        if (format.pixelFormat == PixelFormat::BGRA && matrix != nullptr && width == frame->width &&
+            height == frame->height) {
+            libyuv::I420ToARGBMatrix(frame->data[0], frame->linesize[0], frame->data[1],
+                                     frame->linesize[1], frame->data[2], frame->linesize[2],
+                                     out.pixels.data(), out.stride, matrix, width, height);
+            return {};
+        }
         uint8_t* planes[4] = {out.pixels.data(), nullptr, nullptr, nullptr};
         int strides[4] = {out.stride, 0, 0, 0};
         sws_scale(scaler.get(), frame->data, frame->linesize, 0, frame->height, planes, strides);
-        return out;
+        return {};
     }
 };
 
@@ -184,6 +205,14 @@ Result<std::unique_ptr<MovieReader>> MovieReader::open(const fs::path& file, Dec
 }
 
 Result<VideoFrame> MovieReader::frame(double t, const FrameFormat& format) {
+    VideoFrame out;
+    if (auto read = frame(t, format, out); !read) {
+        return read.error();
+    }
+    return out;
+}
+
+Result<void> MovieReader::frame(double t, const FrameFormat& format, VideoFrame& into) {
     Impl& s = *m;
     if (!std::isfinite(t)) {
         t = 0;
@@ -218,7 +247,7 @@ Result<VideoFrame> MovieReader::frame(double t, const FrameFormat& format) {
     if (!s.haveCurrent) {
         return unreadable(s.file, "no frame could be decoded");
     }
-    return s.convert(s.current.get(), format);
+    return s.convert(s.current.get(), format, into);
 }
 
 Result<void> MovieReader::readSound(const fs::path& file, const SoundFormat& format, double start,
@@ -250,7 +279,11 @@ Result<void> MovieReader::readSound(const fs::path& file, const SoundFormat& for
         return decoder.error();
     }
     if (start > 0) {
-        int64_t target = static_cast<int64_t>((start + origin) / av_q2d(stream->time_base));
+        // Seek a little early: a compressed sound frame needs the one before it to decode
+        // cleanly, and everything before `start` is dropped below anyway.
+        constexpr double kPreroll = 0.2;
+        int64_t target =
+            static_cast<int64_t>((start - kPreroll + origin) / av_q2d(stream->time_base));
         av_seek_frame(context, audioIndex, target, AVSEEK_FLAG_BACKWARD);
     }
 

@@ -64,6 +64,8 @@ public:
     // (the first frame for earlier times, the last one for later times). Requests that move
     // forward by a little decode on from where the last one stopped; others seek.
     Result<VideoFrame> frame(double t, const FrameFormat& format);
+    // The same into `into`, reusing its buffer (for loops over many frames).
+    Result<void> frame(double t, const FrameFormat& format, VideoFrame& into);
 
     // Decodes the sound between `start` and `end` (movie seconds) and hands it to `sink` in
     // chunks of `frames` sample frames; the sink returns false to stop early. A movie without

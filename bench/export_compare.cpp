@@ -1,0 +1,191 @@
+// Export of a 60-second 1920×1080, 30 fps screen recording with two zooms (one following the
+// cursor), the backdrop with its shadow, a themed cursor and click rings, side by side with the
+// ffmpeg command that only decodes and re-encodes the same file with the same encoder settings.
+// Also a 4K HEVC export's peak memory, and a "docs_gif" export against ffmpeg's
+// palettegen/paletteuse at the same size and rate (time, size and SSIM). Prints "name: figure"
+// lines.
+
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <unistd.h>
+
+#include "base/json.h"
+#include "project/cursor_track.h"
+#include "project/edits_json.h"
+#include "render/exporter.h"
+#include "screen_movie.h"
+
+namespace fs = std::filesystem;
+using Clock = std::chrono::steady_clock;
+using namespace quillo;
+
+namespace {
+
+double secondsSince(Clock::time_point start) {
+    return std::chrono::duration<double>(Clock::now() - start).count();
+}
+
+std::string output(const std::string& command) {
+    std::string text;
+    FILE* pipe = popen(command.c_str(), "r");
+    char buffer[4096];
+    size_t count = 0;
+    while (pipe && (count = fread(buffer, 1, sizeof buffer, pipe)) > 0) {
+        text.append(buffer, count);
+    }
+    if (pipe) {
+        pclose(pipe);
+    }
+    return text;
+}
+
+// A project folder around the benchmark movie: a pointer that wanders and clicks now and then.
+fs::path makeProject(const fs::path& media, const fs::path& movie, const project::Edits& edits) {
+    fs::path folder = media / "export-project";
+    fs::create_directories(folder);
+    std::ofstream(folder / "project.json")
+        << R"({"version":1,"title":"Bench","created":"2026-01-01T00:00:00Z",)"
+        << R"("source":{"kind":"window","id":1,"name":"Bench","detail":""}})";
+    fs::remove(folder / "recording.mp4");
+    fs::create_symlink(fs::absolute(movie), folder / "recording.mp4");
+    project::CursorTrack track;
+    for (int i = 0; i <= 60 * 60; ++i) {
+        double t = i / 60.0;
+        track.samples.push_back(
+            {t, 0.5 + 0.3 * std::sin(t * 0.7), 0.5 + 0.25 * std::sin(t * 1.1), 1});
+    }
+    for (int s = 3; s < 60; s += 4) {
+        track.clicks.push_back({static_cast<double>(s), 0.5 + 0.3 * std::sin(s * 0.7),
+                                0.5 + 0.25 * std::sin(s * 1.1), std::nullopt});
+    }
+    track.pixelsPerPoint = 1;
+    std::ofstream(folder / "cursor.json") << project::encodeCursorTrack(track);
+    std::ofstream(folder / "edits.json") << toPrettyJson(project::toJson(edits));
+    return folder;
+}
+
+project::Edits richEdits() {
+    project::Edits edits = project::Edits::fresh(60);
+    edits.zooms = {{8, 20, 2.0, 0.3, 0.3, true}, {30, 38, 1.8, 0.4, 0.6, false}};
+    edits.frame = project::FrameStyle{0, 0.08, 0.02, true};
+    edits.cursor = project::CursorStyle{true, 1.4, 0.35, false, "violet"};
+    edits.clickHighlights = true;
+    return edits;
+}
+
+int hevc4k(const fs::path& folder) {
+    project::Edits edits = richEdits();
+    edits.trimEnd = 5;
+    render::ExportSpec spec =
+        render::exportSpec(render::ExportPreset::YouTube4K, edits, {1920, 1080}, false);
+    auto start = Clock::now();
+    auto done =
+        render::exportRecording(folder, spec, folder.parent_path() / "bench-4k.mp4", nullptr, {});
+    if (!done) {
+        std::fprintf(stderr, "%s %s\n", done.error().message.c_str(), done.error().detail.c_str());
+        return 1;
+    }
+    std::printf("export_4k_hevc_5s: %.1f s\n", secondsSince(start));
+    std::printf("export_4k_hevc_peak_memory: %.0f MB (target at most 900 MB)\n",
+                bench::peakResidentKB() / 1024.0);
+    return 0;
+}
+
+double ssim(const fs::path& gif, const fs::path& movie, double start, double length) {
+    std::string text =
+        output("ffmpeg -nostdin -i '" + gif.string() + "' -ss " + std::to_string(start) + " -t " +
+               std::to_string(length) + " -i '" + movie.string() +
+               "' -lavfi '[1:v]fps=12,scale=960:540:flags=area[r];[0:v][r]ssim' "
+               "-f null - 2>&1");
+    auto at = text.rfind("All:");
+    return at == std::string::npos ? 0 : std::atof(text.c_str() + at + 4);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    fs::path media = fs::absolute(fs::path(argv[0]).parent_path() / "media");
+    fs::create_directories(media);
+    fs::path movie = media / "screen-1min-1080p30.mp4";
+    if (!fs::exists(movie)) {
+        std::fprintf(stderr, "making %s (once)...\n", movie.c_str());
+        if (!bench::makeScreenMinute(movie)) {
+            std::fprintf(stderr, "could not make the benchmark movie\n");
+            return 1;
+        }
+    }
+    if (argc > 1 && std::string(argv[1]) == "--hevc4k") {
+        return hevc4k(makeProject(media, movie, richEdits()));
+    }
+
+    // The plain re-encode: the same decoder, encoder and settings, no filters.
+    fs::path reference = media / "bench-reference.mp4";
+    std::string command =
+        "ffmpeg -nostdin -loglevel error -y -i '" + movie.string() +
+        "' -c:v libx264 -preset medium -crf 18 -profile:v high -x264-params deblock=-1,-1 "
+        "-g 60 -pix_fmt yuv420p -color_primaries bt709 -color_trc bt709 -colorspace bt709 "
+        "-c:a aac -b:a 192k -ar 48000 -ac 2 -movflags +faststart '" +
+        reference.string() + "'";
+    auto start = Clock::now();
+    if (std::system(command.c_str()) != 0) {
+        std::fprintf(stderr, "ffmpeg failed\n");
+        return 1;
+    }
+    double referenceTime = secondsSince(start);
+
+    fs::path folder = makeProject(media, movie, richEdits());
+    render::ExportSpec spec =
+        render::exportSpec(render::ExportPreset::Custom, richEdits(), {1920, 1080}, false);
+    start = Clock::now();
+    auto done = render::exportRecording(folder, spec, media / "bench-export.mp4", nullptr, {});
+    if (!done) {
+        std::fprintf(stderr, "%s %s\n", done.error().message.c_str(), done.error().detail.c_str());
+        return 1;
+    }
+    double exportTime = secondsSince(start);
+    std::printf("export_60s_1080p30_zooms_backdrop_cursor: %.2f s\n", exportTime);
+    std::printf("ffmpeg_reencode_reference: %.2f s\n", referenceTime);
+    std::printf("export_vs_ffmpeg: %.2fx (target at most 1.15x)\n", exportTime / referenceTime);
+    std::printf("export_1080p_peak_memory: %.0f MB (target at most 400 MB)\n",
+                bench::peakResidentKB() / 1024.0);
+
+    // Docs GIF: 20 s from 5 s on, plain recipe, 960 px at 12 fps, against palettegen/paletteuse.
+    project::Edits plain = project::Edits::fresh(60);
+    plain.trimStart = 5;
+    plain.trimEnd = 25;
+    fs::path gifFolder = makeProject(media, movie, plain);
+    fs::remove(gifFolder / "cursor.json");
+    render::ExportSpec gifSpec =
+        render::exportSpec(render::ExportPreset::DocsGif, plain, {1920, 1080}, false);
+    fs::path ours = media / "bench-docs.gif";
+    start = Clock::now();
+    done = render::exportRecording(gifFolder, gifSpec, ours, nullptr, {});
+    if (!done) {
+        std::fprintf(stderr, "%s\n", done.error().message.c_str());
+        return 1;
+    }
+    double gifTime = secondsSince(start);
+    fs::path theirs = media / "bench-palette.gif";
+    start = Clock::now();
+    command = "ffmpeg -nostdin -loglevel error -y -ss 5 -t 20 -i '" + movie.string() +
+              "' -vf 'fps=12,scale=960:540:flags=lanczos,split[a][b];[a]palettegen[p];"
+              "[b][p]paletteuse' '" +
+              theirs.string() + "'";
+    if (std::system(command.c_str()) != 0) {
+        std::fprintf(stderr, "ffmpeg failed\n");
+        return 1;
+    }
+    double paletteTime = secondsSince(start);
+    std::printf("docs_gif_20s: %.2f s, %.0f kB, SSIM %.4f\n", gifTime, fs::file_size(ours) / 1e3,
+                ssim(ours, movie, 5, 20));
+    std::printf("ffmpeg_palettegen_paletteuse_20s: %.2f s, %.0f kB, SSIM %.4f\n", paletteTime,
+                fs::file_size(theirs) / 1e3, ssim(theirs, movie, 5, 20));
+
+    // The 4K HEVC export in a process of its own, so its memory peak is its own.
+    return std::system((std::string(argv[0]) + " --hevc4k").c_str()) == 0 ? 0 : 1;
+}

@@ -1,0 +1,333 @@
+#include "movie_writer.h"
+
+#include <algorithm>
+#include <cmath>
+#include <string>
+
+extern "C" {
+#include <libavutil/audio_fifo.h>
+#include <libavutil/opt.h>
+#include <libswscale/swscale.h>
+}
+
+#include "ffmpeg_util.h"
+
+namespace quillo::media {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr int kSoundBitRate = 192000;
+// The longest stretch between key frames, so players can seek anywhere quickly.
+constexpr double kKeyFrameSeconds = 2;
+
+AppError writeError(const std::string& what, int code) {
+    return AppError("The movie could not be written.", what + ": " + avError(code));
+}
+
+void freeFifo(AVAudioFifo* fifo) { av_audio_fifo_free(fifo); }
+using FifoPtr = CHandle<AVAudioFifo, freeFifo>;
+
+// Constant quality for a 0–1 quality: 0.92 gives CRF 18 for H.264 (20 for HEVC, whose scale
+// sits about two steps lower for the same look), where small text keeps its edges.
+int constantRateFactor(double quality, VideoCodec codec) {
+    double crf = 40 - 24 * std::clamp(quality, 0.0, 1.0) + (codec == VideoCodec::HEVC ? 2 : 0);
+    return static_cast<int>(std::lround(crf));
+}
+
+}  // namespace
+
+struct MovieWriter::Impl {
+    fs::path file;
+    MovieSettings settings;
+    CHandle<AVFormatContext, avformat_free_context> output;
+    bool opened = false;  // the file is open (avio)
+    bool headerWritten = false;
+
+    CodecPtr video;
+    AVStream* videoStream = nullptr;
+    FramePtr picture{av_frame_alloc()};
+    ScalerPtr converter;
+    int64_t frames = 0;
+
+    CodecPtr sound;
+    AVStream* soundStream = nullptr;
+    FifoPtr fifo;
+    FramePtr soundFrame{av_frame_alloc()};
+    int64_t samples = 0;
+
+    PacketPtr packet{av_packet_alloc()};
+
+    ~Impl() {
+        if (opened) {
+            avio_closep(&output->pb);
+        }
+    }
+
+    Result<void> openVideo() {
+        bool hevc = settings.codec == VideoCodec::HEVC;
+        const AVCodec* codec = avcodec_find_encoder_by_name(hevc ? "libx265" : "libx264");
+        if (codec == nullptr) {
+            return AppError("The movie could not be written.",
+                            std::string("no encoder ") + (hevc ? "libx265" : "libx264"));
+        }
+        video.reset(avcodec_alloc_context3(codec));
+        AVCodecContext* c = video.get();
+        AVRational rate = av_d2q(settings.fps, 1000000);
+        c->width = settings.width;
+        c->height = settings.height;
+        c->pix_fmt = AV_PIX_FMT_YUV420P;
+        c->framerate = rate;
+        c->time_base = av_inv_q(rate);
+        c->color_primaries = AVCOL_PRI_BT709;
+        c->color_trc = AVCOL_TRC_BT709;
+        c->colorspace = AVCOL_SPC_BT709;
+        c->color_range = AVCOL_RANGE_MPEG;
+        c->gop_size = std::max(1, static_cast<int>(std::floor(settings.fps * kKeyFrameSeconds)));
+        c->thread_count = 0;
+        if (output->oformat->flags & AVFMT_GLOBALHEADER) {
+            c->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
+        }
+        // Screen content: the medium preset with constant quality, and a slightly weaker
+        // deblocking filter so that thin text strokes and one-pixel lines are not smeared.
+        int crf = constantRateFactor(settings.quality, settings.codec);
+        av_opt_set(c->priv_data, "preset", "medium", 0);
+        av_opt_set_int(c->priv_data, "crf", crf, 0);
+        std::string keyint = std::to_string(c->gop_size);
+        if (hevc) {
+            c->profile = FF_PROFILE_HEVC_MAIN;
+            av_opt_set(c->priv_data, "x265-params",
+                       ("log-level=error:keyint=" + keyint + ":deblock=-1,-1").c_str(), 0);
+        } else {
+            c->profile = FF_PROFILE_H264_HIGH;
+            av_opt_set(c->priv_data, "profile", "high", 0);
+            av_opt_set(c->priv_data, "x264-params", "deblock=-1,-1", 0);
+        }
+        if (int code = avcodec_open2(c, codec, nullptr); code < 0) {
+            return writeError("open the video encoder", code);
+        }
+        videoStream = avformat_new_stream(output.get(), nullptr);
+        if (videoStream == nullptr) {
+            return writeError("add the video stream", AVERROR(ENOMEM));
+        }
+        videoStream->time_base = c->time_base;
+        videoStream->avg_frame_rate = rate;
+        if (int code = avcodec_parameters_from_context(videoStream->codecpar, c); code < 0) {
+            return writeError("describe the video stream", code);
+        }
+        if (hevc) {
+            videoStream->codecpar->codec_tag = MKTAG('h', 'v', 'c', '1');
+        }
+
+        picture->format = AV_PIX_FMT_YUV420P;
+        picture->width = settings.width;
+        picture->height = settings.height;
+        picture->color_primaries = AVCOL_PRI_BT709;
+        picture->color_trc = AVCOL_TRC_BT709;
+        picture->colorspace = AVCOL_SPC_BT709;
+        picture->color_range = AVCOL_RANGE_MPEG;
+        if (int code = av_frame_get_buffer(picture.get(), 0); code < 0) {
+            return writeError("allocate a picture", code);
+        }
+        converter.reset(sws_getContext(settings.width, settings.height, AV_PIX_FMT_BGRA,
+                                       settings.width, settings.height, AV_PIX_FMT_YUV420P,
+                                       SWS_BILINEAR, nullptr, nullptr, nullptr));
+        if (!converter) {
+            return writeError("convert pictures", AVERROR(EINVAL));
+        }
+        const int* bt709 = sws_getCoefficients(SWS_CS_ITU709);
+        sws_setColorspaceDetails(converter.get(), bt709, 1, bt709, 0, 0, 1 << 16, 1 << 16);
+        return {};
+    }
+
+    Result<void> openSound() {
+        const AVCodec* codec = avcodec_find_encoder(AV_CODEC_ID_AAC);
+        if (codec == nullptr) {
+            return AppError("The movie could not be written.", "no AAC encoder");
+        }
+        sound.reset(avcodec_alloc_context3(codec));
+        AVCodecContext* c = sound.get();
+        c->sample_fmt = AV_SAMPLE_FMT_FLTP;
+        c->sample_rate = kMovieSampleRate;
+        c->bit_rate = kSoundBitRate;
+        av_channel_layout_default(&c->ch_layout, kMovieChannels);
+        c->time_base = AVRational{1, kMovieSampleRate};
+        if (output->oformat->flags & AVFMT_GLOBALHEADER) {
+            c->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
+        }
+        if (int code = avcodec_open2(c, codec, nullptr); code < 0) {
+            return writeError("open the sound encoder", code);
+        }
+        soundStream = avformat_new_stream(output.get(), nullptr);
+        if (soundStream == nullptr) {
+            return writeError("add the sound stream", AVERROR(ENOMEM));
+        }
+        soundStream->time_base = c->time_base;
+        if (int code = avcodec_parameters_from_context(soundStream->codecpar, c); code < 0) {
+            return writeError("describe the sound stream", code);
+        }
+        fifo.reset(av_audio_fifo_alloc(AV_SAMPLE_FMT_FLTP, kMovieChannels, c->frame_size * 4));
+        soundFrame->format = AV_SAMPLE_FMT_FLTP;
+        soundFrame->nb_samples = c->frame_size;
+        soundFrame->sample_rate = kMovieSampleRate;
+        av_channel_layout_copy(&soundFrame->ch_layout, &c->ch_layout);
+        if (!fifo || av_frame_get_buffer(soundFrame.get(), 0) < 0) {
+            return writeError("allocate sound buffers", AVERROR(ENOMEM));
+        }
+        return {};
+    }
+
+    // Sends one frame (or the end, for null) to an encoder and writes what comes out.
+    Result<void> encode(AVCodecContext* encoder, AVStream* stream, const AVFrame* frame) {
+        int code = avcodec_send_frame(encoder, frame);
+        if (code < 0) {
+            return writeError("encode", code);
+        }
+        for (;;) {
+            code = avcodec_receive_packet(encoder, packet.get());
+            if (code == AVERROR(EAGAIN) || code == AVERROR_EOF) {
+                return {};
+            }
+            if (code < 0) {
+                return writeError("encode", code);
+            }
+            av_packet_rescale_ts(packet.get(), encoder->time_base, stream->time_base);
+            packet->stream_index = stream->index;
+            code = av_interleaved_write_frame(output.get(), packet.get());
+            if (code < 0) {
+                return writeError("write", code);
+            }
+        }
+    }
+
+    // Encodes whole AAC frames from the queue; with `all`, the rest too (padded by the encoder).
+    Result<void> drainSound(bool all) {
+        const int size = sound->frame_size;
+        while (av_audio_fifo_size(fifo.get()) >= size ||
+               (all && av_audio_fifo_size(fifo.get()) > 0)) {
+            if (int code = av_frame_make_writable(soundFrame.get()); code < 0) {
+                return writeError("encode sound", code);
+            }
+            int count = std::min(size, av_audio_fifo_size(fifo.get()));
+            av_audio_fifo_read(fifo.get(), reinterpret_cast<void**>(soundFrame->data), count);
+            soundFrame->nb_samples = count;
+            soundFrame->pts = samples;
+            samples += count;
+            if (auto done = encode(sound.get(), soundStream, soundFrame.get()); !done) {
+                return done;
+            }
+        }
+        return {};
+    }
+};
+
+MovieWriter::MovieWriter(std::unique_ptr<Impl> impl) : m(std::move(impl)) {}
+MovieWriter::~MovieWriter() = default;
+
+int64_t MovieWriter::framesWritten() const { return m->frames; }
+
+Result<std::unique_ptr<MovieWriter>> MovieWriter::create(const fs::path& file,
+                                                         const MovieSettings& settings) {
+    if (settings.width < 2 || settings.height < 2 || settings.width % 2 || settings.height % 2 ||
+        !(settings.fps > 0)) {
+        return AppError("The movie could not be written.",
+                        "unsupported size " + std::to_string(settings.width) + "×" +
+                            std::to_string(settings.height));
+    }
+    quietLibraryLogs();
+    auto impl = std::make_unique<Impl>();
+    impl->file = file;
+    impl->settings = settings;
+    AVFormatContext* raw = nullptr;
+    if (int code = avformat_alloc_output_context2(&raw, nullptr, "mp4", file.c_str()); code < 0) {
+        return writeError("create the container", code);
+    }
+    impl->output.reset(raw);
+    if (auto opened = impl->openVideo(); !opened) {
+        return opened.error();
+    }
+    if (settings.sound) {
+        if (auto opened = impl->openSound(); !opened) {
+            return opened.error();
+        }
+    }
+    if (int code = avio_open(&impl->output->pb, file.c_str(), AVIO_FLAG_WRITE); code < 0) {
+        return writeError("open " + file.string(), code);
+    }
+    impl->opened = true;
+    AVDictionary* options = nullptr;
+    av_dict_set(&options, "movflags", "+faststart", 0);
+    int code = avformat_write_header(impl->output.get(), &options);
+    av_dict_free(&options);
+    if (code < 0) {
+        return writeError("write the header", code);
+    }
+    impl->headerWritten = true;
+    return std::unique_ptr<MovieWriter>(new MovieWriter(std::move(impl)));
+}
+
+Result<void> MovieWriter::addFrame(const uint8_t* bgra, int stride) {
+    Impl& s = *m;
+    if (int code = av_frame_make_writable(s.picture.get()); code < 0) {
+        return writeError("encode video", code);
+    }
+    const uint8_t* planes[4] = {bgra, nullptr, nullptr, nullptr};
+    int strides[4] = {stride, 0, 0, 0};
+    sws_scale(s.converter.get(), planes, strides, 0, s.settings.height, s.picture->data,
+              s.picture->linesize);
+    s.picture->pts = s.frames++;
+    return s.encode(s.video.get(), s.videoStream, s.picture.get());
+}
+
+Result<void> MovieWriter::addSound(const float* interleaved, size_t frames) {
+    Impl& s = *m;
+    if (!s.sound) {
+        return {};
+    }
+    // The encoder takes one plane per channel.
+    constexpr size_t kChunk = 4096;
+    float left[kChunk];
+    float right[kChunk];
+    for (size_t done = 0; done < frames;) {
+        size_t count = std::min(kChunk, frames - done);
+        for (size_t i = 0; i < count; ++i) {
+            left[i] = interleaved[(done + i) * 2];
+            right[i] = interleaved[(done + i) * 2 + 1];
+        }
+        void* planes[2] = {left, right};
+        if (av_audio_fifo_write(s.fifo.get(), planes, static_cast<int>(count)) < 0) {
+            return writeError("queue sound", AVERROR(ENOMEM));
+        }
+        done += count;
+        if (auto drained = s.drainSound(false); !drained) {
+            return drained;
+        }
+    }
+    return {};
+}
+
+Result<void> MovieWriter::finish() {
+    Impl& s = *m;
+    if (auto done = s.encode(s.video.get(), s.videoStream, nullptr); !done) {
+        return done;
+    }
+    if (s.sound) {
+        if (auto drained = s.drainSound(true); !drained) {
+            return drained;
+        }
+        if (auto done = s.encode(s.sound.get(), s.soundStream, nullptr); !done) {
+            return done;
+        }
+    }
+    if (int code = av_write_trailer(s.output.get()); code < 0) {
+        return writeError("write the index", code);
+    }
+    s.opened = false;
+    if (int code = avio_closep(&s.output->pb); code < 0) {
+        return writeError("close the file", code);
+    }
+    return {};
+}
+
+}  // namespace quillo::media

@@ -1,0 +1,265 @@
+#include "exporter.h"
+
+#include <algorithm>
+#include <cmath>
+#include <system_error>
+
+#include "base/uuid.h"
+#include "canvas.h"
+#include "cursor_renderer.h"
+#include "media/gif_writer.h"
+#include "media/movie_info.h"
+#include "media/movie_reader.h"
+#include "media/movie_writer.h"
+#include "piece_sound.h"
+#include "project/local_project.h"
+
+namespace quillo::render {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr const char* kCannotExport = "This recording cannot be exported.";
+constexpr const char* kNotWritten = "The export could not be written.";
+constexpr const char* kFailed = "The export failed.";
+constexpr const char* kNotFinished = "The export could not be finished.";
+constexpr const char* kGifNotCreated = "Could not create the GIF.";
+constexpr const char* kGifNotFinished = "Could not finish the GIF.";
+
+AppError withMessage(const char* message, const AppError& cause) {
+    return AppError(
+        message, cause.detail.empty() ? cause.message : cause.message + " (" + cause.detail + ")");
+}
+
+// A file beside the destination that becomes it only when complete.
+class PartialFile {
+public:
+    explicit PartialFile(const fs::path& destination)
+        : m_destination(destination),
+          m_path(destination.parent_path() /
+                 ("." + destination.filename().string() + "." + makeUUID() + ".part")) {}
+    ~PartialFile() {
+        if (!m_kept) {
+            std::error_code ignored;
+            fs::remove(m_path, ignored);
+        }
+    }
+    const fs::path& path() const { return m_path; }
+    Result<void> keep() {
+        std::error_code error;
+        fs::rename(m_path, m_destination, error);
+        if (error) {
+            return AppError(kNotFinished, error.message());
+        }
+        m_kept = true;
+        return {};
+    }
+
+private:
+    fs::path m_destination;
+    fs::path m_path;
+    bool m_kept = false;
+};
+
+// Reads the recording's frames at recording times and renders them.
+class FrameSource {
+public:
+    static Result<FrameSource> open(const RenderPlan& plan) {
+        auto reader = media::MovieReader::open(plan.movie);
+        if (!reader) {
+            return withMessage(kCannotExport, reader.error());
+        }
+        return FrameSource(plan, std::move(*reader));
+    }
+
+    Result<const Image*> render(double recordingTime) {
+        auto read = m_reader->frame(recordingTime, {}, m_screen);
+        if (!read) {
+            return read.error();
+        }
+        ImageView screen{m_screen.pixels.data(), m_screen.width, m_screen.height, m_screen.stride};
+        m_plan.renderer->render(screen, recordingTime, m_out.view());
+        return &m_out;
+    }
+
+private:
+    FrameSource(const RenderPlan& plan, std::unique_ptr<media::MovieReader> reader)
+        : m_plan(plan),
+          m_reader(std::move(reader)),
+          m_out(m_plan.renderer->outputWidth(), m_plan.renderer->outputHeight()) {}
+
+    const RenderPlan& m_plan;
+    std::unique_ptr<media::MovieReader> m_reader;
+    media::VideoFrame m_screen;
+    Image m_out;
+};
+
+}  // namespace
+
+Result<RenderPlan> renderPlan(const fs::path& folder, const project::Edits& edits,
+                              std::optional<double> maxDimension, std::optional<Size> size,
+                              std::optional<double> fps) {
+    RenderPlan plan;
+    plan.movie = folder / project::LocalProject::kRecording;
+    auto info = media::readMovieInfo(plan.movie);
+    if (!info) {
+        return withMessage(kCannotExport, info.error());
+    }
+    plan.sourceSize = info->videoSize;
+    plan.hasSound = info->hasSound;
+    plan.sourceFPS = std::isnormal(info->frameRate) ? info->frameRate : 30;
+    plan.fps = plan.sourceFPS;
+    if (fps && *fps > 0 && *fps < plan.fps) {
+        plan.fps = *fps;
+    }
+    plan.duration = edits.outputDuration();
+    plan.renderSize = renderSize(edits, plan.sourceSize, maxDimension, size);
+    plan.map = std::make_shared<project::TimeMap>(edits);
+    auto cursor = CursorRenderer::load(folder);
+    if (!cursor) {
+        return cursor.error();
+    }
+    std::shared_ptr<const CursorRenderer> shared;
+    if (*cursor) {
+        shared = std::make_shared<const CursorRenderer>(std::move(**cursor));
+    }
+    plan.renderer =
+        std::make_shared<FrameRenderer>(edits, plan.sourceSize, plan.renderSize, shared);
+    return plan;
+}
+
+Result<Image> renderFrame(const RenderPlan& plan, double t) {
+    auto source = FrameSource::open(plan);
+    if (!source) {
+        return source.error();
+    }
+    auto frame = source->render(t);
+    if (!frame) {
+        return frame.error();
+    }
+    return **frame;
+}
+
+Result<void> exportMovie(const RenderPlan& plan, const fs::path& destination, bool hevc,
+                         const ExportProgress& progress, const CancelToken& cancel) {
+    auto source = FrameSource::open(plan);
+    if (!source) {
+        return source.error();
+    }
+    PartialFile file(destination);
+    media::MovieSettings settings;
+    settings.width = static_cast<int>(plan.renderSize.width);
+    settings.height = static_cast<int>(plan.renderSize.height);
+    settings.fps = plan.fps;
+    settings.codec = hevc ? media::VideoCodec::HEVC : media::VideoCodec::H264;
+    settings.sound = plan.hasSound;
+    auto writer = media::MovieWriter::create(file.path(), settings);
+    if (!writer) {
+        return withMessage(kNotWritten, writer.error());
+    }
+    std::vector<project::TimeSegment> pieces;
+    for (const auto& entry : plan.map->entries()) {
+        pieces.push_back(entry.piece);
+    }
+    PieceSound sound(plan.movie, std::move(pieces), media::kMovieSampleRate, media::kMovieChannels);
+    auto addSound = [&](const float* samples, size_t frames) {
+        return (*writer)->addSound(samples, frames);
+    };
+
+    // Frames at k / fps for as long as the finished video lasts (at least one frame).
+    const double duration = std::max(plan.duration, 0.001);
+    const int64_t count = std::max<int64_t>(1, std::llround(std::ceil(duration * plan.fps - 1e-6)));
+    for (int64_t k = 0; k < count; ++k) {
+        if (cancel.isCancelled()) {
+            return AppError(kExportCancelled);
+        }
+        double t = plan.map->source(static_cast<double>(k) / plan.fps);
+        auto frame = source->render(t);
+        if (!frame) {
+            return withMessage(kFailed, frame.error());
+        }
+        if (auto added = (*writer)->addFrame((*frame)->pixels.data(), (*frame)->stride()); !added) {
+            return withMessage(kFailed, added.error());
+        }
+        if (plan.hasSound) {
+            int64_t until = std::llround((k + 1) / plan.fps * media::kMovieSampleRate);
+            if (auto added = sound.produceUntil(until, addSound); !added) {
+                return withMessage(kFailed, added.error());
+            }
+        }
+        if (progress) {
+            progress(std::min(1.0, static_cast<double>(k + 1) / plan.fps / duration));
+        }
+    }
+    if (auto finished = (*writer)->finish(); !finished) {
+        return withMessage(kNotFinished, finished.error());
+    }
+    writer->reset();
+    return file.keep();
+}
+
+Result<void> exportGIF(const RenderPlan& plan, const fs::path& destination, double fps,
+                       const ExportProgress& progress, const CancelToken& cancel) {
+    if (!(fps > 0)) {
+        fps = 12;
+    }
+    auto source = FrameSource::open(plan);
+    if (!source) {
+        return source.error();
+    }
+    PartialFile file(destination);
+    auto writer = media::GifWriter::create(file.path(), static_cast<int>(plan.renderSize.width),
+                                           static_cast<int>(plan.renderSize.height), fps);
+    if (!writer) {
+        return withMessage(kGifNotCreated, writer.error());
+    }
+    const int64_t count =
+        std::max<int64_t>(1, static_cast<int64_t>(std::floor(plan.duration * fps + 1e-9)));
+    for (int64_t i = 0; i < count; ++i) {
+        if (cancel.isCancelled()) {
+            return AppError(kExportCancelled);
+        }
+        auto frame = source->render(plan.map->source(static_cast<double>(i) / fps));
+        if (!frame) {
+            return withMessage(kGifNotFinished, frame.error());
+        }
+        if (auto added = (*writer)->add((*frame)->pixels.data(), (*frame)->stride()); !added) {
+            return withMessage(kGifNotFinished, added.error());
+        }
+        if (progress) {
+            progress(static_cast<double>(i + 1) / count);
+        }
+    }
+    if (auto finished = (*writer)->finish(); !finished) {
+        return withMessage(kGifNotFinished, finished.error());
+    }
+    writer->reset();
+    if (auto kept = file.keep(); !kept) {
+        return AppError(kGifNotFinished, kept.error().detail);
+    }
+    return {};
+}
+
+Result<void> exportRecording(const fs::path& folder, const ExportSpec& spec,
+                             const fs::path& destination, const ExportProgress& progress,
+                             const CancelToken& cancel) {
+    const bool gif = spec.format == ExportFormat::GIF;
+    std::optional<double> fps;
+    if (spec.fps) {
+        fps = *spec.fps;
+    }
+    // GIFs are held to 960 pixels on their longest side whatever size was asked for.
+    auto plan =
+        gif ? renderPlan(folder, spec.edits, std::min(spec.maxDimension.value_or(960), 960.0))
+            : renderPlan(folder, spec.edits, spec.maxDimension, spec.size, fps);
+    if (!plan) {
+        return plan.error();
+    }
+    if (gif) {
+        return exportGIF(*plan, destination, spec.fps.value_or(12), progress, cancel);
+    }
+    return exportMovie(*plan, destination, spec.hevc, progress, cancel);
+}
+
+}  // namespace quillo::render

@@ -1,0 +1,332 @@
+#include "frame_renderer.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+
+#include "canvas.h"
+#include "frame_geometry.h"
+#include "libyuv/scale_argb.h"
+
+namespace quillo::render {
+
+using project::Edits;
+
+namespace {
+
+// Below this scale pictures are reduced with an averaging filter rather than bilinear sampling,
+// which would skip source pixels and shimmer on thin lines.
+constexpr double kShrinkScale = 0.75;
+
+PixelRect pixelRect(const Rect& r) {
+    int x = static_cast<int>(std::lround(r.x));
+    int y = static_cast<int>(std::lround(r.y));
+    return {x, y, std::max(1, static_cast<int>(std::lround(r.x + r.width)) - x),
+            std::max(1, static_cast<int>(std::lround(r.y + r.height)) - y)};
+}
+
+// Blurs an 8-bit mask in place with three box passes each way, which approximates a Gaussian
+// of the given sigma closely and costs the same for any sigma.
+void blurMask(std::vector<uint8_t>& mask, int width, int height, double sigma) {
+    if (!(sigma > 0.5)) {
+        return;
+    }
+    // Box radius giving the same variance over three passes: 3·((2r+1)² − 1)/12 = σ².
+    int radius =
+        std::max(1, static_cast<int>(std::lround((std::sqrt(4 * sigma * sigma + 1) - 1) / 2)));
+    std::vector<uint32_t> line(static_cast<size_t>(std::max(width, height)));
+    auto pass = [&](uint8_t* data, int count, ptrdiff_t step) {
+        for (int i = 0; i < count; ++i) {
+            line[i] = data[i * step];
+        }
+        const uint32_t span = 2 * radius + 1;
+        uint32_t sum = 0;
+        for (int i = -radius; i <= radius; ++i) {
+            sum += line[std::clamp(i, 0, count - 1)];
+        }
+        for (int i = 0; i < count; ++i) {
+            data[i * step] = static_cast<uint8_t>((sum + span / 2) / span);
+            sum += line[std::min(i + radius + 1, count - 1)];
+            sum -= line[std::max(i - radius, 0)];
+        }
+    };
+    for (int round = 0; round < 3; ++round) {
+        for (int y = 0; y < height; ++y) {
+            pass(mask.data() + static_cast<ptrdiff_t>(y) * width, width, 1);
+        }
+        for (int x = 0; x < width; ++x) {
+            pass(mask.data() + x, height, width);
+        }
+    }
+}
+
+void roundedRectangle(cairo_t* cr, double x, double y, double w, double h, double r) {
+    r = std::clamp(r, 0.0, std::min(w, h) / 2);
+    cairo_new_sub_path(cr);
+    cairo_arc(cr, x + w - r, y + r, r, -M_PI / 2, 0);
+    cairo_arc(cr, x + w - r, y + h - r, r, 0, M_PI / 2);
+    cairo_arc(cr, x + r, y + h - r, r, M_PI / 2, M_PI);
+    cairo_arc(cr, x + r, y + r, r, M_PI, 3 * M_PI / 2);
+    cairo_close_path(cr);
+}
+
+}  // namespace
+
+const project::ZoomSection* activeZoom(const Edits& edits, double t) {
+    for (const auto& zoom : edits.zooms) {
+        if (t >= zoom.start && t <= zoom.end) {
+            return &zoom;
+        }
+    }
+    return nullptr;
+}
+
+FrameRenderer::FrameRenderer(Edits edits, Size source, Size output,
+                             std::shared_ptr<const CursorRenderer> cursor)
+    : m_edits(std::move(edits)),
+      m_source(source),
+      m_width(std::max(2, static_cast<int>(output.width))),
+      m_height(std::max(2, static_cast<int>(output.height))),
+      m_cursor(std::move(cursor)) {
+    const int sw = std::max(1, static_cast<int>(source.width));
+    const int sh = std::max(1, static_cast<int>(source.height));
+    m_window = {0, 0, sw, sh};
+    if (m_edits.reframe && m_edits.reframe->follow) {
+        if (auto ratio = reframeRatio(*m_edits.reframe)) {
+            m_reframeRatio = ratio;
+            Rect window =
+                reframeWindow(*ratio, {0, 0, static_cast<double>(sw), static_cast<double>(sh)});
+            m_window = {0, 0, std::clamp(static_cast<int>(std::lround(window.width)), 1, sw),
+                        std::clamp(static_cast<int>(std::lround(window.height)), 1, sh)};
+        }
+    }
+    prepareBackdrop();
+}
+
+void FrameRenderer::prepareBackdrop() {
+    const Rect output{0, 0, static_cast<double>(m_width), static_cast<double>(m_height)};
+    const Size shown{static_cast<double>(m_window.width), static_cast<double>(m_window.height)};
+    m_backdrop = Image(m_width, m_height);
+    CairoPtr cr = contextFor(m_backdrop.view());
+    if (!m_edits.frame) {
+        // No frame: the picture fills the canvas, with black where the shapes differ.
+        m_picture = pixelRect(fit(shown, output));
+        cairo_set_source_rgb(cr.get(), 0, 0, 0);
+        cairo_paint(cr.get());
+        return;
+    }
+    const project::FrameStyle& style = *m_edits.frame;
+    FrameLayout layout = frameLayout(style, output, shown);
+    m_picture = pixelRect(layout.picture);
+    const auto& colours = backdropFor(style.background);
+    // Corner to corner: the top colour at the top left, the bottom colour at the bottom right.
+    PatternPtr gradient(cairo_pattern_create_linear(0, 0, m_width, m_height));
+    cairo_pattern_add_color_stop_rgb(gradient.get(), 0, colours.top.red, colours.top.green,
+                                     colours.top.blue);
+    cairo_pattern_add_color_stop_rgb(gradient.get(), 1, colours.bottom.red, colours.bottom.green,
+                                     colours.bottom.blue);
+    cairo_set_source(cr.get(), gradient.get());
+    cairo_paint(cr.get());
+
+    const double radius =
+        std::clamp(layout.radius, 0.0, std::min(m_picture.width, m_picture.height) / 2.0);
+    if (layout.shadowSigma > 0) {
+        std::vector<uint8_t> shadow(static_cast<size_t>(m_width) * m_height);
+        const int stride = cairo_format_stride_for_width(CAIRO_FORMAT_A8, m_width);
+        std::vector<uint8_t> surfaceData(static_cast<size_t>(stride) * m_height);
+        {
+            SurfacePtr surface(cairo_image_surface_create_for_data(
+                surfaceData.data(), CAIRO_FORMAT_A8, m_width, m_height, stride));
+            CairoPtr mask(cairo_create(surface.get()));
+            roundedRectangle(mask.get(), m_picture.x, m_picture.y + layout.shadowOffset,
+                             m_picture.width, m_picture.height, radius);
+            cairo_set_source_rgba(mask.get(), 0, 0, 0, 1);
+            cairo_fill(mask.get());
+            cairo_surface_flush(surface.get());
+        }
+        for (int y = 0; y < m_height; ++y) {
+            std::memcpy(shadow.data() + static_cast<size_t>(y) * m_width,
+                        surfaceData.data() + static_cast<size_t>(y) * stride, m_width);
+        }
+        blurMask(shadow, m_width, m_height, layout.shadowSigma);
+        // Black at 45 % through the blurred mask, over the gradient.
+        for (int y = 0; y < m_height; ++y) {
+            uint8_t* p = m_backdrop.view().row(y);
+            const uint8_t* a = shadow.data() + static_cast<size_t>(y) * m_width;
+            for (int x = 0; x < m_width; ++x) {
+                int keep = 255 - (a[x] * 115 + 127) / 255;  // 115 ≈ 0.45 · 255
+                for (int c = 0; c < 3; ++c) {
+                    p[x * 4 + c] = static_cast<uint8_t>((p[x * 4 + c] * keep + 127) / 255);
+                }
+            }
+        }
+    }
+
+    // Coverage of the rounded picture, needed only in the four corner squares.
+    m_cornerSize = std::min(
+        {static_cast<int>(std::ceil(radius)) + 1, m_picture.width / 2, m_picture.height / 2});
+    if (radius > 0 && m_cornerSize > 0) {
+        const int stride = cairo_format_stride_for_width(CAIRO_FORMAT_A8, m_picture.width);
+        std::vector<uint8_t> data(static_cast<size_t>(stride) * m_picture.height);
+        SurfacePtr surface(cairo_image_surface_create_for_data(
+            data.data(), CAIRO_FORMAT_A8, m_picture.width, m_picture.height, stride));
+        CairoPtr mask(cairo_create(surface.get()));
+        roundedRectangle(mask.get(), 0, 0, m_picture.width, m_picture.height, radius);
+        cairo_set_source_rgba(mask.get(), 0, 0, 0, 1);
+        cairo_fill(mask.get());
+        cairo_surface_flush(surface.get());
+        m_mask.assign(static_cast<size_t>(m_picture.width) * m_picture.height, 0);
+        for (int y = 0; y < m_picture.height; ++y) {
+            std::memcpy(m_mask.data() + static_cast<size_t>(y) * m_picture.width,
+                        data.data() + static_cast<size_t>(y) * stride, m_picture.width);
+        }
+    } else {
+        m_cornerSize = 0;
+    }
+}
+
+PixelRect FrameRenderer::area(double t) const {
+    if (!m_reframeRatio) {
+        return m_window;
+    }
+    const double sw = m_source.width;
+    const double sh = m_source.height;
+    auto focusAt = [&](double time) -> std::optional<Point> {
+        if (!m_cursor) {
+            return std::nullopt;
+        }
+        return m_cursor->camera(time, m_edits.cursor);
+    };
+    Point camera = reframeCamera(t, focusAt);
+    Rect window = reframeCrop(*m_reframeRatio, {camera.x * sw, camera.y * sh}, {0, 0, sw, sh});
+    PixelRect r = m_window;
+    r.x = std::clamp(static_cast<int>(std::lround(window.x)), 0,
+                     static_cast<int>(sw) - m_window.width);
+    r.y = std::clamp(static_cast<int>(std::lround(window.y)), 0,
+                     static_cast<int>(sh) - m_window.height);
+    return r;
+}
+
+void FrameRenderer::blendCorners(const ImageView& out) const {
+    if (m_cornerSize == 0) {
+        return;
+    }
+    const int n = m_cornerSize;
+    const int w = m_picture.width;
+    const int h = m_picture.height;
+    const int xs[2] = {0, w - n};
+    const int ys[2] = {0, h - n};
+    const ImageView back = m_backdrop.view();
+    for (int cy : ys) {
+        for (int y = cy; y < cy + n; ++y) {
+            const uint8_t* coverage = m_mask.data() + static_cast<size_t>(y) * w;
+            for (int cx : xs) {
+                for (int x = cx; x < cx + n; ++x) {
+                    const int a = coverage[x];
+                    if (a == 255) {
+                        continue;
+                    }
+                    uint8_t* p = out.pixel(m_picture.x + x, m_picture.y + y);
+                    const uint8_t* b = back.pixel(m_picture.x + x, m_picture.y + y);
+                    for (int c = 0; c < 4; ++c) {
+                        p[c] = static_cast<uint8_t>((p[c] * a + b[c] * (255 - a) + 127) / 255);
+                    }
+                }
+            }
+        }
+    }
+}
+
+void FrameRenderer::drawPicture(const ImageView& screen, const PixelRect& shown, double amount,
+                                Point focusPoint, const ImageView& out) const {
+    const PixelRect& p = m_picture;
+    const uint8_t* from = screen.pixel(shown.x, shown.y);
+    uint8_t* to = out.pixel(p.x, p.y);
+    const double scale = std::min(static_cast<double>(p.width) / shown.width,
+                                  static_cast<double>(p.height) / shown.height) *
+                         amount;
+    if (amount <= 1 && shown.width == p.width && shown.height == p.height) {
+        for (int y = 0; y < p.height; ++y) {
+            std::memcpy(to + static_cast<ptrdiff_t>(y) * out.stride,
+                        from + static_cast<ptrdiff_t>(y) * screen.stride,
+                        static_cast<size_t>(p.width) * 4);
+        }
+        return;
+    }
+    if (amount <= 1 && scale < kShrinkScale) {
+        // A plain reduction: libyuv's box filter averages every source pixel, with no aliasing.
+        libyuv::ARGBScale(from, screen.stride, shown.width, shown.height, to, out.stride, p.width,
+                          p.height, libyuv::kFilterBox);
+        return;
+    }
+    // The zoom scales the picture about its origin and moves it back by the clamped offsets:
+    // the destination is a window into a virtual picture `amount` times as large, mapped with
+    // sub-pixel precision so a zoom glides instead of stepping a pixel at a time.
+    ZoomView view = zoomView(amount, focusPoint,
+                             {0, 0, static_cast<double>(p.width), static_cast<double>(p.height)});
+    SurfacePtr source = surfaceFor(screen);
+    CairoPtr cr = contextFor(out);
+    cairo_rectangle(cr.get(), p.x, p.y, p.width, p.height);
+    cairo_clip(cr.get());
+    cairo_translate(cr.get(), p.x - view.offsetX, p.y - view.offsetY);
+    cairo_scale(cr.get(), p.width * amount / shown.width, p.height * amount / shown.height);
+    cairo_set_source_surface(cr.get(), source.get(), -shown.x, -shown.y);
+    cairo_pattern_t* pattern = cairo_get_source(cr.get());
+    cairo_pattern_set_filter(pattern,
+                             scale < kShrinkScale ? CAIRO_FILTER_GOOD : CAIRO_FILTER_BILINEAR);
+    cairo_pattern_set_extend(pattern, CAIRO_EXTEND_PAD);
+    cairo_set_operator(cr.get(), CAIRO_OPERATOR_SOURCE);
+    cairo_paint(cr.get());
+}
+
+void FrameRenderer::render(const ImageView& screen, double t, const ImageView& out) const {
+    // On the recording's own picture: redactions, then click rings and the cursor, so zooms
+    // move and scale them with everything else.
+    if (m_redactions) {
+        m_redactions->draw(screen, t);
+    }
+    if (m_cursor) {
+        m_cursor->draw(screen, t, m_edits.cursor, m_edits.clickHighlights.value_or(false));
+    }
+
+    // Around the picture: the backdrop, copied row by row where the picture does not cover it.
+    const ImageView back = m_backdrop.view();
+    const PixelRect& p = m_picture;
+    for (int y = 0; y < m_height; ++y) {
+        if (y < p.y || y >= p.y + p.height) {
+            std::memcpy(out.row(y), back.row(y), static_cast<size_t>(m_width) * 4);
+            continue;
+        }
+        std::memcpy(out.row(y), back.row(y), static_cast<size_t>(p.x) * 4);
+        const int right = p.x + p.width;
+        std::memcpy(out.pixel(right, y), back.pixel(right, y),
+                    static_cast<size_t>(m_width - right) * 4);
+    }
+
+    // The picture: the shown area of the recording, zoomed, scaled into place in one pass. The
+    // zoom scales the picture about its origin and moves it back by the clamped offsets, so
+    // the destination is a window into a virtual picture `amount` times as large.
+    const PixelRect shown = area(t);
+    double amount = 1;
+    Point focusPoint{0.5, 0.5};
+    if (const auto* zoom = activeZoom(m_edits, t)) {
+        amount = std::max(zoom->amount(t), 1.0);
+        focusPoint = {zoom->x, zoom->y};
+        if (zoom->follow && m_cursor) {
+            if (auto followed = m_cursor->camera(t, m_edits.cursor)) {
+                focusPoint = *followed;
+            }
+        }
+        // The focus is a point of the recording; the zoom works within the shown area.
+        focusPoint = {(focusPoint.x * m_source.width - shown.x) / shown.width,
+                      (focusPoint.y * m_source.height - shown.y) / shown.height};
+    }
+    drawPicture(screen, shown, amount, focusPoint, out);
+    blendCorners(out);
+
+    if (m_captions) {
+        m_captions->draw(out, t);
+    }
+}
+
+}  // namespace quillo::render
