@@ -12,6 +12,7 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <thread>
 #include <unistd.h>
 
 #include "base/json.h"
@@ -44,7 +45,9 @@ std::string output(const std::string& command) {
     return text;
 }
 
-// A project folder around the benchmark movie: a pointer that wanders and clicks now and then.
+// A project folder around the benchmark movie with a cursor track that matches it: the pointer
+// rests, clicks where the typing starts, glides from 30 to 36 s (where the movie's own pointer
+// moves) with two clicks on the way, and rests again.
 fs::path makeProject(const fs::path& media, const fs::path& movie, const project::Edits& edits) {
     fs::path folder = media / "export-project";
     fs::create_directories(folder);
@@ -54,14 +57,20 @@ fs::path makeProject(const fs::path& media, const fs::path& movie, const project
     fs::remove(folder / "recording.mp4");
     fs::create_symlink(fs::absolute(movie), folder / "recording.mp4");
     project::CursorTrack track;
+    auto pointer = [](double t) -> Point {
+        if (t < 30) {
+            return {0.16, 0.3};
+        }
+        double s = std::min(t, 36.0) - 30;
+        return {(300 + 180 * s) / 1920, (700 - 60 * s) / 1080};
+    };
     for (int i = 0; i <= 60 * 60; ++i) {
         double t = i / 60.0;
-        track.samples.push_back(
-            {t, 0.5 + 0.3 * std::sin(t * 0.7), 0.5 + 0.25 * std::sin(t * 1.1), 1});
+        Point p = pointer(t);
+        track.samples.push_back({t, p.x, p.y, 1});
     }
-    for (int s = 3; s < 60; s += 4) {
-        track.clicks.push_back({static_cast<double>(s), 0.5 + 0.3 * std::sin(s * 0.7),
-                                0.5 + 0.25 * std::sin(s * 1.1), std::nullopt});
+    for (double t : {9.8, 31.0, 35.0}) {
+        track.clicks.push_back({t, pointer(t).x, pointer(t).y, std::nullopt});
     }
     track.pixelsPerPoint = 1;
     std::ofstream(folder / "cursor.json") << project::encodeCursorTrack(track);
@@ -71,7 +80,7 @@ fs::path makeProject(const fs::path& media, const fs::path& movie, const project
 
 project::Edits richEdits() {
     project::Edits edits = project::Edits::fresh(60);
-    edits.zooms = {{8, 20, 2.0, 0.3, 0.3, true}, {30, 38, 1.8, 0.4, 0.6, false}};
+    edits.zooms = {{9, 19, 2.0, 0.3, 0.3, true}, {30, 38, 1.8, 0.4, 0.6, false}};
     edits.frame = project::FrameStyle{0, 0.08, 0.02, true};
     edits.cursor = project::CursorStyle{true, 1.4, 0.35, false, "violet"};
     edits.clickHighlights = true;
@@ -127,7 +136,9 @@ int main(int argc, char** argv) {
     fs::path reference = media / "bench-reference.mp4";
     std::string command =
         "ffmpeg -nostdin -loglevel error -y -i '" + movie.string() +
-        "' -c:v libx264 -preset medium -crf 18 -profile:v high -x264-params deblock=-1,-1 "
+        "' -c:v libx264 -preset medium -crf 18 -profile:v high "
+        "-x264-params deblock=-1,-1:rc-lookahead=15:threads=" +
+        std::to_string(std::max(1u, std::thread::hardware_concurrency())) + " "
         "-g 60 -pix_fmt yuv420p -color_primaries bt709 -color_trc bt709 -colorspace bt709 "
         "-c:a aac -b:a 192k -ar 48000 -ac 2 -movflags +faststart '" +
         reference.string() + "'";

@@ -1,6 +1,8 @@
 #include "ffmpeg_util.h"
 
+#include <algorithm>
 #include <mutex>
+#include <thread>
 
 namespace quillo::media {
 
@@ -41,7 +43,9 @@ Result<CodecPtr> openDecoder(const std::filesystem::path& file, const AVStream* 
         return unreadable(file, avError(code));
     }
     context->pkt_timebase = stream->time_base;
-    context->thread_count = 0;  // as many as the machine has
+    // One thread per core. (FFmpeg's automatic choice adds one, and every frame thread holds
+    // pictures of its own.)
+    context->thread_count = static_cast<int>(std::max(1u, std::thread::hardware_concurrency()));
     context->thread_type = FF_THREAD_FRAME | FF_THREAD_SLICE;
     if (configure) {
         configure(context.get());

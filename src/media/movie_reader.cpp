@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 
 extern "C" {
 #include <libavutil/channel_layout.h>
@@ -50,6 +51,35 @@ struct MovieReader::Impl {
     double lastRequest = -1;
 
     ScalerPtr scaler;
+    // The 4:2:0 planes last converted into `lastTarget`, to notice frames that repeat.
+    std::vector<uint8_t> lastPlanes;
+    const VideoFrame* lastTarget = nullptr;
+
+    // Whether `frame` holds the same picture as the one last converted into `out`; remembers it.
+    bool repeats(const AVFrame* frame, const VideoFrame& out) {
+        const int w = frame->width;
+        const int h = frame->height;
+        const size_t size = static_cast<size_t>(w) * h + 2 * static_cast<size_t>(w / 2) * (h / 2);
+        bool same = lastTarget == &out && lastPlanes.size() == size;
+        lastPlanes.resize(size);
+        uint8_t* copy = lastPlanes.data();
+        for (int plane = 0; plane < 3; ++plane) {
+            const int pw = plane == 0 ? w : w / 2;
+            const int ph = plane == 0 ? h : h / 2;
+            for (int y = 0; y < ph; ++y) {
+                const uint8_t* row = frame->data[plane] + static_cast<ptrdiff_t>(y) * frame->linesize[plane];
+                if (same && std::memcmp(copy, row, pw) != 0) {
+                    same = false;
+                }
+                if (!same) {
+                    std::memcpy(copy, row, pw);
+                }
+                copy += pw;
+            }
+        }
+        lastTarget = &out;
+        return same;
+    }
 
     double timeOf(const AVFrame* frame) const {
         int64_t pts = frame->best_effort_timestamp;
@@ -129,6 +159,30 @@ struct MovieReader::Impl {
         } else if (width <= 0) {
             width = evenRound(static_cast<double>(height) * frame->width / frame->height);
         }
+        const libyuv::YuvConstants* matrix = directMatrix(frame);
+        const bool direct = format.pixelFormat == PixelFormat::BGRA && matrix != nullptr &&
+                            width == frame->width && height == frame->height;
+        const bool sameShape = out.width == width && out.height == height &&
+                               out.pixelFormat == format.pixelFormat &&
+                               out.pixels.size() == static_cast<size_t>(width) * height * 4;
+        out.time = timeOf(frame);
+        out.unchanged = false;
+        if (direct && repeats(frame, out) && sameShape) {
+            out.unchanged = true;
+            return {};
+        }
+        out.width = width;
+        out.height = height;
+        out.pixelFormat = format.pixelFormat;
+        out.stride = format.pixelFormat == PixelFormat::Gray8 ? width : width * 4;
+        out.pixels.resize(static_cast<size_t>(out.stride) * height);
+        if (direct) {
+            libyuv::I420ToARGBMatrix(frame->data[0], frame->linesize[0], frame->data[1],
+                                     frame->linesize[1], frame->data[2], frame->linesize[2],
+                                     out.pixels.data(), out.stride, matrix, width, height);
+            return {};
+        }
+        lastTarget = nullptr;
         // Area averaging keeps small pictures faithful to the whole frame (no aliasing), which
         // matters for change detection on 160-pixel thumbnails.
         int flags = (width < frame->width / 2) ? SWS_AREA : SWS_BILINEAR;
@@ -138,20 +192,6 @@ struct MovieReader::Impl {
                                           nullptr));
         if (!scaler) {
             return unreadable(file, "unsupported pixel format");
-        }
-        out.time = timeOf(frame);
-        out.width = width;
-        out.height = height;
-        out.pixelFormat = format.pixelFormat;
-        out.stride = format.pixelFormat == PixelFormat::Gray8 ? width : width * 4;
-        out.pixels.resize(static_cast<size_t>(out.stride) * height);
-        const libyuv::YuvConstants* matrix = directMatrix(frame);
-        if (format.pixelFormat == PixelFormat::BGRA && matrix != nullptr && width == frame->width &&
-            height == frame->height) {
-            libyuv::I420ToARGBMatrix(frame->data[0], frame->linesize[0], frame->data[1],
-                                     frame->linesize[1], frame->data[2], frame->linesize[2],
-                                     out.pixels.data(), out.stride, matrix, width, height);
-            return {};
         }
         uint8_t* planes[4] = {out.pixels.data(), nullptr, nullptr, nullptr};
         int strides[4] = {out.stride, 0, 0, 0};

@@ -38,6 +38,9 @@ struct VideoFrame {
     int stride = 0;
     PixelFormat pixelFormat = PixelFormat::BGRA;
     std::vector<uint8_t> pixels;
+    // Set by a reader that refilled this same frame: the picture is identical to the one it
+    // held before (the movie did not change), so work done on it may be reused.
+    bool unchanged = false;
 };
 
 // Sound delivered as interleaved 32-bit float samples (full scale ±1).

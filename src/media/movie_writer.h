@@ -38,6 +38,8 @@ public:
 
     // The next frame (frame n is shown at n / fps): BGRA pixels, rows `stride` bytes apart.
     Result<void> addFrame(const uint8_t* bgra, int stride);
+    // The next frame, the same picture as the one before (still stretches cost no conversion).
+    Result<void> repeatFrame();
     // The next `frames` sample frames of interleaved stereo sound at 48 kHz.
     Result<void> addSound(const float* samples, size_t frames);
     // Drains the encoders and writes the index. The movie is complete only after this.

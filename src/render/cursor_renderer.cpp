@@ -174,7 +174,38 @@ void CursorRenderer::themed(cairo_t* cr, const CursorTheme& theme, const CursorT
 
 void CursorRenderer::draw(const ImageView& picture, double t,
                           const std::optional<CursorStyle>& style, bool clickHighlights) const {
-    if (!drawsCursor(style) || picture.empty()) {
+    if (picture.empty()) {
+        return;
+    }
+    CairoPtr cr = contextFor(picture);
+    draw(cr.get(), {static_cast<double>(picture.width), static_cast<double>(picture.height)}, t,
+         style, clickHighlights);
+}
+
+std::vector<double> CursorRenderer::stateKey(double t, const std::optional<CursorStyle>& style,
+                                             bool clickHighlights) const {
+    if (!drawsCursor(style)) {
+        return {};
+    }
+    const CursorStyle look = style.value_or(CursorStyle{});
+    auto position = glide(m_track, t, look.smoothing);
+    if (!position) {
+        return {};
+    }
+    std::vector<double> key{position->x, position->y,
+                            look.hideWhenIdle ? idleOpacity(m_track, t) : 1,
+                            static_cast<double>(m_track.shape(t).value_or(-1))};
+    const CursorTheme* theme = look.theme ? CursorTheme::named(*look.theme) : nullptr;
+    bool animated = theme && (theme->animation != CursorTheme::Animation::None || theme->hueShift);
+    if (animated || (clickHighlights && !clickRings(m_track, t).empty())) {
+        key.push_back(t);  // moving every frame
+    }
+    return key;
+}
+
+void CursorRenderer::draw(cairo_t* cr, Size size, double t,
+                          const std::optional<CursorStyle>& style, bool clickHighlights) const {
+    if (!drawsCursor(style)) {
         return;
     }
     const CursorStyle look = style.value_or(CursorStyle{});
@@ -183,13 +214,11 @@ void CursorRenderer::draw(const ImageView& picture, double t,
         return;
     }
     double opacity = look.hideWhenIdle ? idleOpacity(m_track, t) : 1;
-    const Size size{static_cast<double>(picture.width), static_cast<double>(picture.height)};
     const double ppp = pixelsPerPoint(m_track);
     const double scale = std::max(look.size, 0.1);
-    CairoPtr cr = contextFor(picture);
     if (clickHighlights) {
         for (const ClickRing& ring : clickRings(m_track, t)) {
-            drawRing(cr.get(), {ring.at.x * size.width, ring.at.y * size.height}, ring.progress,
+            drawRing(cr, {ring.at.x * size.width, ring.at.y * size.height}, ring.progress,
                      ppp * scale / 1.4);
         }
     }
@@ -210,7 +239,7 @@ void CursorRenderer::draw(const ImageView& picture, double t,
     if (look.theme) {
         if (const CursorTheme* theme = CursorTheme::named(*look.theme)) {
             if (const CursorTheme::Art* art = theme->art(role)) {
-                themed(cr.get(), *theme, *art, tip, kThemeHeight * ppp * scale, opacity, t,
+                themed(cr, *theme, *art, tip, kThemeHeight * ppp * scale, opacity, t,
                        &m_track, size);
                 return;
             }
@@ -222,12 +251,12 @@ void CursorRenderer::draw(const ImageView& picture, double t,
             double pixels = shape->height * ppp * scale;  // drawn height
             double s = pixels / image->second.height;
             double hot = pixels / shape->height;  // output pixels per shape point
-            paintImage(cr.get(), image->second, tip.x - shape->hotX * hot,
+            paintImage(cr, image->second, tip.x - shape->hotX * hot,
                        tip.y - shape->hotY * hot, s, opacity);
             return;
         }
     }
-    drawFallbackArrow(cr.get(), tip, kFallbackHeight * ppp * scale, opacity);
+    drawFallbackArrow(cr, tip, kFallbackHeight * ppp * scale, opacity);
 }
 
 }  // namespace quillo::render

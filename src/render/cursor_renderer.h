@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <map>
 #include <optional>
+#include <vector>
 
 #include "base/geometry.h"
 #include "base/result.h"
@@ -33,6 +34,15 @@ public:
     // onto `picture`, a frame of the recording at any pixel size.
     void draw(const ImageView& picture, double t, const std::optional<project::CursorStyle>& style,
               bool clickHighlights) const;
+    // The same through a Cairo context whose user space is a picture of `size` pixels (the
+    // compositor maps that onto the zoomed, framed output, so art is drawn at output resolution).
+    void draw(cairo_t* cr, Size size, double t, const std::optional<project::CursorStyle>& style,
+              bool clickHighlights) const;
+
+    // What the cursor drawing at t depends on: equal keys draw equal pictures. Empty when
+    // nothing is drawn.
+    std::vector<double> stateKey(double t, const std::optional<project::CursorStyle>& style,
+                                 bool clickHighlights) const;
 
     // The point a following zoom centres on at t (unit coordinates): the cursor style's
     // smoothing when the cursor is drawn, else the raw path.

@@ -73,13 +73,26 @@ public:
         return FrameSource(plan, std::move(*reader));
     }
 
-    Result<const Image*> render(double recordingTime) {
+    // The finished frame at a recording time. `repeated` is set when it is the same picture as
+    // the one before (the recording did not change and neither did zoom, cursor or overlays);
+    // the frame is then not drawn again.
+    Result<const Image*> render(double recordingTime, bool* repeated = nullptr) {
         auto read = m_reader->frame(recordingTime, {}, m_screen);
         if (!read) {
             return read.error();
         }
-        ImageView screen{m_screen.pixels.data(), m_screen.width, m_screen.height, m_screen.stride};
-        m_plan.renderer->render(screen, recordingTime, m_out.view());
+        std::vector<double> key = m_plan.renderer->stateKey(recordingTime);
+        bool same = m_rendered && m_screen.unchanged && key == m_key;
+        if (repeated) {
+            *repeated = same;
+        }
+        if (!same) {
+            ImageView screen{m_screen.pixels.data(), m_screen.width, m_screen.height,
+                             m_screen.stride};
+            m_plan.renderer->render(screen, recordingTime, m_out.view());
+            m_key = std::move(key);
+            m_rendered = true;
+        }
         return &m_out;
     }
 
@@ -93,6 +106,8 @@ private:
     std::unique_ptr<media::MovieReader> m_reader;
     media::VideoFrame m_screen;
     Image m_out;
+    std::vector<double> m_key;  // the state m_out was rendered for
+    bool m_rendered = false;
 };
 
 }  // namespace
@@ -175,11 +190,14 @@ Result<void> exportMovie(const RenderPlan& plan, const fs::path& destination, bo
             return AppError(kExportCancelled);
         }
         double t = plan.map->source(static_cast<double>(k) / plan.fps);
-        auto frame = source->render(t);
+        bool repeated = false;
+        auto frame = source->render(t, &repeated);
         if (!frame) {
             return withMessage(kFailed, frame.error());
         }
-        if (auto added = (*writer)->addFrame((*frame)->pixels.data(), (*frame)->stride()); !added) {
+        auto added = repeated ? (*writer)->repeatFrame()
+                              : (*writer)->addFrame((*frame)->pixels.data(), (*frame)->stride());
+        if (!added) {
             return withMessage(kFailed, added.error());
         }
         if (plan.hasSound) {

@@ -237,15 +237,14 @@ void FrameRenderer::blendCorners(const ImageView& out) const {
     }
 }
 
-void FrameRenderer::drawPicture(const ImageView& screen, const PixelRect& shown, double amount,
-                                Point focusPoint, const ImageView& out) const {
+void FrameRenderer::drawPicture(const ImageView& screen, const View& v,
+                                const ImageView& out) const {
     const PixelRect& p = m_picture;
+    const PixelRect& shown = v.shown;
     const uint8_t* from = screen.pixel(shown.x, shown.y);
     uint8_t* to = out.pixel(p.x, p.y);
-    const double scale = std::min(static_cast<double>(p.width) / shown.width,
-                                  static_cast<double>(p.height) / shown.height) *
-                         amount;
-    if (amount <= 1 && shown.width == p.width && shown.height == p.height) {
+    const double scale = std::min(v.mapping.scaleX, v.mapping.scaleY);
+    if (v.amount <= 1 && shown.width == p.width && shown.height == p.height) {
         for (int y = 0; y < p.height; ++y) {
             std::memcpy(to + static_cast<ptrdiff_t>(y) * out.stride,
                         from + static_cast<ptrdiff_t>(y) * screen.stride,
@@ -253,42 +252,79 @@ void FrameRenderer::drawPicture(const ImageView& screen, const PixelRect& shown,
         }
         return;
     }
-    if (amount <= 1 && scale < kShrinkScale) {
+    if (v.amount <= 1 && scale < kShrinkScale) {
         // A plain reduction: libyuv's box filter averages every source pixel, with no aliasing.
         libyuv::ARGBScale(from, screen.stride, shown.width, shown.height, to, out.stride, p.width,
                           p.height, libyuv::kFilterBox);
         return;
     }
-    // The zoom scales the picture about its origin and moves it back by the clamped offsets:
-    // the destination is a window into a virtual picture `amount` times as large, mapped with
-    // sub-pixel precision so a zoom glides instead of stepping a pixel at a time.
-    ZoomView view = zoomView(amount, focusPoint,
-                             {0, 0, static_cast<double>(p.width), static_cast<double>(p.height)});
+    // Mapped with sub-pixel precision, so a zoom glides instead of stepping a pixel at a time.
     SurfacePtr source = surfaceFor(screen);
     CairoPtr cr = contextFor(out);
     cairo_rectangle(cr.get(), p.x, p.y, p.width, p.height);
     cairo_clip(cr.get());
-    cairo_translate(cr.get(), p.x - view.offsetX, p.y - view.offsetY);
-    cairo_scale(cr.get(), p.width * amount / shown.width, p.height * amount / shown.height);
-    cairo_set_source_surface(cr.get(), source.get(), -shown.x, -shown.y);
+    cairo_translate(cr.get(), v.mapping.originX, v.mapping.originY);
+    cairo_scale(cr.get(), v.mapping.scaleX, v.mapping.scaleY);
+    cairo_set_source_surface(cr.get(), source.get(), 0, 0);
     cairo_pattern_t* pattern = cairo_get_source(cr.get());
-    cairo_pattern_set_filter(pattern,
-                             scale < kShrinkScale ? CAIRO_FILTER_GOOD : CAIRO_FILTER_BILINEAR);
+    cairo_pattern_set_filter(pattern, scale < kShrinkScale ? CAIRO_FILTER_GOOD
+                                                           : CAIRO_FILTER_BILINEAR);
     cairo_pattern_set_extend(pattern, CAIRO_EXTEND_PAD);
     cairo_set_operator(cr.get(), CAIRO_OPERATOR_SOURCE);
     cairo_paint(cr.get());
 }
 
-void FrameRenderer::render(const ImageView& screen, double t, const ImageView& out) const {
-    // On the recording's own picture: redactions, then click rings and the cursor, so zooms
-    // move and scale them with everything else.
-    if (m_redactions) {
-        m_redactions->draw(screen, t);
+FrameRenderer::View FrameRenderer::view(double t) const {
+    View v;
+    v.shown = area(t);
+    Point focusPoint{0.5, 0.5};
+    if (const auto* zoom = activeZoom(m_edits, t)) {
+        v.amount = std::max(zoom->amount(t), 1.0);
+        focusPoint = {zoom->x, zoom->y};
+        if (zoom->follow && m_cursor) {
+            if (auto followed = m_cursor->camera(t, m_edits.cursor)) {
+                focusPoint = *followed;
+            }
+        }
+        // The focus is a point of the recording; the zoom works within the shown area.
+        focusPoint = {(focusPoint.x * m_source.width - v.shown.x) / v.shown.width,
+                      (focusPoint.y * m_source.height - v.shown.y) / v.shown.height};
     }
-    if (m_cursor) {
-        m_cursor->draw(screen, t, m_edits.cursor, m_edits.clickHighlights.value_or(false));
-    }
+    const PixelRect& p = m_picture;
+    ZoomView zoom = zoomView(v.amount, focusPoint,
+                             {0, 0, static_cast<double>(p.width), static_cast<double>(p.height)});
+    // The zoom scales the picture about its origin and moves it back by the clamped offsets:
+    // output = picture origin − offset + (source − shown origin) · scale.
+    v.mapping.scaleX = p.width * v.amount / v.shown.width;
+    v.mapping.scaleY = p.height * v.amount / v.shown.height;
+    v.mapping.originX = p.x - zoom.offsetX - v.shown.x * v.mapping.scaleX;
+    v.mapping.originY = p.y - zoom.offsetY - v.shown.y * v.mapping.scaleY;
+    v.mapping.clip = p;
+    return v;
+}
 
+std::vector<double> FrameRenderer::stateKey(double t) const {
+    View v = view(t);
+    std::vector<double> key{static_cast<double>(v.shown.x), static_cast<double>(v.shown.y),
+                            v.mapping.scaleX, v.mapping.scaleY, v.mapping.originX,
+                            v.mapping.originY};
+    auto append = [&](const std::vector<double>& more) {
+        key.push_back(static_cast<double>(more.size()));
+        key.insert(key.end(), more.begin(), more.end());
+    };
+    if (m_cursor) {
+        append(m_cursor->stateKey(t, m_edits.cursor, m_edits.clickHighlights.value_or(false)));
+    }
+    if (m_redactions) {
+        append(m_redactions->stateKey(t));
+    }
+    if (m_captions) {
+        append(m_captions->stateKey(t));
+    }
+    return key;
+}
+
+void FrameRenderer::render(const ImageView& screen, double t, const ImageView& out) const {
     // Around the picture: the backdrop, copied row by row where the picture does not cover it.
     const ImageView back = m_backdrop.view();
     const PixelRect& p = m_picture;
@@ -303,29 +339,30 @@ void FrameRenderer::render(const ImageView& screen, double t, const ImageView& o
                     static_cast<size_t>(m_width - right) * 4);
     }
 
-    // The picture: the shown area of the recording, zoomed, scaled into place in one pass. The
-    // zoom scales the picture about its origin and moves it back by the clamped offsets, so
-    // the destination is a window into a virtual picture `amount` times as large.
-    const PixelRect shown = area(t);
-    double amount = 1;
-    Point focusPoint{0.5, 0.5};
-    if (const auto* zoom = activeZoom(m_edits, t)) {
-        amount = std::max(zoom->amount(t), 1.0);
-        focusPoint = {zoom->x, zoom->y};
-        if (zoom->follow && m_cursor) {
-            if (auto followed = m_cursor->camera(t, m_edits.cursor)) {
-                focusPoint = *followed;
-            }
-        }
-        // The focus is a point of the recording; the zoom works within the shown area.
-        focusPoint = {(focusPoint.x * m_source.width - shown.x) / shown.width,
-                      (focusPoint.y * m_source.height - shown.y) / shown.height};
+    // The picture: the shown area of the recording, zoomed and scaled into place in one pass.
+    const View v = view(t);
+    drawPicture(screen, v, out);
+
+    // Drawn over the picture in output pixels through the same mapping, so zooms move and scale
+    // them with the picture and they stay sharp: redactions first, then click rings and the
+    // cursor, so no redaction ever hides the pointer.
+    if (m_redactions) {
+        m_redactions->draw(out, v.mapping, t);
     }
-    drawPicture(screen, shown, amount, focusPoint, out);
+    if (m_cursor && m_cursor->drawsCursor(m_edits.cursor)) {
+        CairoPtr cr = contextFor(out);
+        cairo_rectangle(cr.get(), p.x, p.y, p.width, p.height);
+        cairo_clip(cr.get());
+        cairo_translate(cr.get(), v.mapping.originX, v.mapping.originY);
+        cairo_scale(cr.get(), v.mapping.scaleX, v.mapping.scaleY);
+        m_cursor->draw(cr.get(), m_source, t, m_edits.cursor,
+                       m_edits.clickHighlights.value_or(false));
+    }
+    // The rounded corners last, so whatever lies on the picture is rounded with it.
     blendCorners(out);
 
     if (m_captions) {
-        m_captions->draw(out, t);
+        m_captions->draw(out, v.mapping, t);
     }
 }
 

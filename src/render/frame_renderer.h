@@ -2,6 +2,7 @@
 
 #include <memory>
 #include <optional>
+#include <vector>
 
 #include "base/geometry.h"
 #include "cursor_renderer.h"
@@ -10,21 +11,34 @@
 
 namespace quillo::render {
 
-// Something drawn into every frame at a fixed step of the routine: redactions onto the
-// recording's picture before the cursor, captions onto the finished canvas last.
-class FrameOverlay {
-public:
-    virtual ~FrameOverlay() = default;
-    // Draws onto `image` for recording time `t`. Called from the rendering thread only.
-    virtual void draw(const ImageView& image, double t) const = 0;
-};
-
 // Whole-pixel rectangle.
 struct PixelRect {
     int x = 0;
     int y = 0;
     int width = 0;
     int height = 0;
+};
+
+// Where the recording's pixels land in a finished frame at one moment (zoom, reframe and
+// backdrop together): output = origin + source · scale, visible only inside `clip`.
+struct PictureMapping {
+    double scaleX = 1;
+    double scaleY = 1;
+    double originX = 0;
+    double originY = 0;
+    PixelRect clip;
+};
+
+// Something drawn into every frame at a fixed step of the routine: redactions over the picture
+// before the cursor, captions over the finished canvas last.
+class FrameOverlay {
+public:
+    virtual ~FrameOverlay() = default;
+    // Draws onto the finished frame `out` for recording time t; `picture` places the recording.
+    virtual void draw(const ImageView& out, const PictureMapping& picture, double t) const = 0;
+    // What the drawing at t depends on: equal keys draw equal pictures (by default every moment
+    // differs).
+    virtual std::vector<double> stateKey(double t) const { return {t}; }
 };
 
 // Renders finished frames of one recording with one recipe: redactions, click rings and cursor
@@ -47,17 +61,26 @@ public:
     PixelRect picture() const { return m_picture; }
 
     // The finished frame for recording time t into `out` (outputWidth × outputHeight) from
-    // `screen`, the recording's frame at t, which is drawn on (redactions, cursor).
+    // `screen`, the recording's frame at t (left unchanged).
     void render(const ImageView& screen, double t, const ImageView& out) const;
+
+    // Everything besides the recording's picture that frame t depends on: two times with equal
+    // keys and equal recording frames render equal frames, so an exporter may reuse one.
+    std::vector<double> stateKey(double t) const;
 
     // The part of the recording shown at t before zooming (the reframe window), in pixels.
     PixelRect area(double t) const;
 
 private:
+    struct View {
+        PixelRect shown;  // the part of the recording in the picture
+        double amount = 1;
+        PictureMapping mapping;
+    };
+    View view(double t) const;
     void prepareBackdrop();
     void blendCorners(const ImageView& out) const;
-    void drawPicture(const ImageView& screen, const PixelRect& shown, double amount,
-                     Point focusPoint, const ImageView& out) const;
+    void drawPicture(const ImageView& screen, const View& view, const ImageView& out) const;
 
     project::Edits m_edits;
     Size m_source;
