@@ -133,12 +133,12 @@ TEST(FrameRenderer, TallCanvasKeepsTheWholePicture) {
     EXPECT_NEAR(sourceY(out, 0, 117, 108), 0, 1.5);
 }
 
-// A 6×10 cursor picture: red, with its hot spot at (2, 3).
+// A 6×10 cursor picture: red, with its hot spot at (1, 2) (an arrow's shape).
 std::shared_ptr<const CursorRenderer> redCursor(std::optional<bool> textBeam = std::nullopt) {
     project::CursorTrack track;
     track.samples = {{0, 0.25, 0.5, 1}, {10, 0.25, 0.5, 1}};
-    double width = textBeam ? 12 : 6;  // a beam is wider than tall here: role "other"
-    track.shapes = std::vector<project::CursorShape>{{1, width, 10, 2, 3}};
+    double width = textBeam ? 12 : 6;  // wider than tall: not an arrow but role "other"
+    track.shapes = std::vector<project::CursorShape>{{1, width, 10, 1, 2}};
     Image picture(static_cast<int>(width), 10);
     for (size_t i = 0; i < picture.pixels.size(); i += 4) {
         picture.pixels[i + 2] = picture.pixels[i + 3] = 255;
@@ -153,22 +153,22 @@ TEST(CursorRenderer, ShapesLandWithTheirHotSpotOnTheTrack) {
     edits.cursor = project::CursorStyle{true, 1, 0, false, std::nullopt};
     Image screen(100, 80);
     Image out = render(edits, screen, 5, 100, 80, redCursor());
-    // The pointer is at (25, 40); the picture's (2, 3) lies there, so it spans x 23–28, y 37–46.
+    // The pointer is at (25, 40); the picture's (1, 2) lies there, so it spans x 24–29, y 38–47.
     auto red = [&](int x, int y) { return out.view().pixel(x, y)[2] > 200; };
-    EXPECT_TRUE(red(23, 37));
-    EXPECT_TRUE(red(28, 46));
-    EXPECT_FALSE(red(22, 40));
-    EXPECT_FALSE(red(29, 40));
-    EXPECT_FALSE(red(25, 36));
-    EXPECT_FALSE(red(25, 47));
+    EXPECT_TRUE(red(24, 38));
+    EXPECT_TRUE(red(29, 47));
+    EXPECT_FALSE(red(23, 40));
+    EXPECT_FALSE(red(30, 40));
+    EXPECT_FALSE(red(25, 37));
+    EXPECT_FALSE(red(25, 48));
 
-    // Size 2 doubles it about the hot spot: x 21–32, y 34–53 (edges smoothed by the scaling).
+    // Size 2 doubles it about the hot spot: x 23–34, y 36–55 (edges smoothed by the scaling).
     edits.cursor->size = 2;
     Image big = render(edits, Image(100, 80), 5, 100, 80, redCursor());
-    EXPECT_GT(big.view().pixel(22, 35)[2], 200);
-    EXPECT_GT(big.view().pixel(31, 52)[2], 200);
-    EXPECT_EQ(big.view().pixel(34, 45)[2], 0);
-    EXPECT_EQ(big.view().pixel(26, 55)[2], 0);
+    EXPECT_GT(big.view().pixel(24, 37)[2], 200);
+    EXPECT_GT(big.view().pixel(33, 54)[2], 200);
+    EXPECT_EQ(big.view().pixel(36, 45)[2], 0);
+    EXPECT_EQ(big.view().pixel(28, 57)[2], 0);
 
     // Hidden: nothing.
     edits.cursor->visible = false;
@@ -188,9 +188,11 @@ TEST(CursorRenderer, ThemesReplaceArrowsButNotOtherShapes) {
     Edits edits = Edits::fresh(10);
     edits.cursor = project::CursorStyle{true, 1, 0, false, "midnight"};
     Image themed = render(edits, Image(100, 80), 5, 100, 80, redCursor());
-    // The theme's arrow is drawn instead of the red picture, with its tip on the pointer.
-    EXPECT_LT(themed.view().pixel(25, 45)[2], 200);
-    EXPECT_GT(themed.view().pixel(26, 45)[3], 0);
+    // The theme's arrow is drawn instead of the red picture, with its tip on the pointer: its
+    // dark body below and right of (25, 40), nothing above and left where the red would be.
+    EXPECT_LT(themed.view().pixel(24, 38)[2], 50);
+    EXPECT_EQ(themed.view().pixel(28, 49)[3], 255);
+    EXPECT_LT(themed.view().pixel(28, 49)[2], 60);
 
     // An unknown theme draws the recorded shape; so does a text beam under any theme.
     edits.cursor->theme = "no-such-theme";
