@@ -23,9 +23,10 @@ protected:
         ASSERT_TRUE(created);
         folder = created->directory;
         title = created->metadata.title;
-        testing::ffmpeg("-f lavfi -i testsrc=size=160x120:rate=10:duration=1 -pix_fmt yuv420p "
-                        "-c:v libx264 -preset ultrafast",
-                        created->recordingFile());
+        testing::ffmpeg(
+            "-f lavfi -i testsrc=size=160x120:rate=10:duration=1 -pix_fmt yuv420p "
+            "-c:v libx264 -preset ultrafast",
+            created->recordingFile());
     }
 
     int run(std::vector<std::string> args, bool frame = false) {
