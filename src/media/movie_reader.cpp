@@ -59,13 +59,15 @@ struct MovieReader::Impl {
     bool repeats(const AVFrame* frame, const VideoFrame& out) {
         const int w = frame->width;
         const int h = frame->height;
-        const size_t size = static_cast<size_t>(w) * h + 2 * static_cast<size_t>(w / 2) * (h / 2);
+        const int cw = (w + 1) / 2;  // chroma planes round up
+        const int ch = (h + 1) / 2;
+        const size_t size = static_cast<size_t>(w) * h + 2 * static_cast<size_t>(cw) * ch;
         bool same = lastTarget == &out && lastPlanes.size() == size;
         lastPlanes.resize(size);
         uint8_t* copy = lastPlanes.data();
         for (int plane = 0; plane < 3; ++plane) {
-            const int pw = plane == 0 ? w : w / 2;
-            const int ph = plane == 0 ? h : h / 2;
+            const int pw = plane == 0 ? w : cw;
+            const int ph = plane == 0 ? h : ch;
             for (int y = 0; y < ph; ++y) {
                 const uint8_t* row = frame->data[plane] + static_cast<ptrdiff_t>(y) * frame->linesize[plane];
                 if (same && std::memcmp(copy, row, pw) != 0) {
