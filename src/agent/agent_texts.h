@@ -4,6 +4,9 @@
 // form, adapted here in one place for Linux: "a Mac window" is "a window", the "macOS picker" is
 // the sharing picker.
 
+#include <cstdint>
+#include <string>
+
 namespace quillo::agent::texts {
 
 inline constexpr const char* kInstructions =
@@ -17,5 +20,32 @@ inline constexpr const char* kInstructions =
     "Input coordinates are pixels in the screenshot image (origin top-left); ui_elements uses "
     "the same space. Edit times are seconds on the original recording's timeline; zoom x/y are "
     "0–1 from the left/top.";
+
+// Tools that act on a shared source, until one can be chosen.
+inline constexpr const char* kNoSource =
+    "No window or display is shared. Choose a window or display first.";
+// Tools whose work this version of Quillo does not do yet.
+inline constexpr const char* kNotYet = "This isn't available in this version of Quillo yet.";
+inline constexpr const char* kNoCursorData = "This recording has no cursor data.";
+inline constexpr const char* kNothingToUndo = "There is nothing to undo.";
+inline constexpr const char* kNothingToRedo = "There is nothing to redo.";
+inline constexpr const char* kExportRunning = "Wait for the export to finish.";
+// The named keys press_key takes besides letters, digits and punctuation.
+inline constexpr const char* kNamedKeys =
+    "return, enter, tab, space, delete, backspace, forward_delete, escape, left, right, up, "
+    "down, home, end, page_up, page_down, f1–f12.";
+
+inline std::string noZoom(int64_t index) {
+    return "There is no zoom " + std::to_string(index) + ".";
+}
+inline std::string noSegment(int64_t index) {
+    return "There is no cut or speed-up " + std::to_string(index) + ".";
+}
+inline std::string noRedaction(int64_t index) {
+    return "There is no redaction " + std::to_string(index) + ".";
+}
+inline std::string noRecording(const std::string& id) {
+    return "No recording has the id “" + id + "”.";
+}
 
 }  // namespace quillo::agent::texts

@@ -7,6 +7,10 @@
 #include <thread>
 #include <vector>
 
+#include "agent/agent_tools.h"
+#include "agent/control_server.h"
+#include "agent/mcp_bridge.h"
+#include "agent/mcp_protocol.h"
 #include "base/main_queue.h"
 #include "base/paths.h"
 #include "export_command.h"
@@ -14,6 +18,7 @@
 #include "preferences.h"
 #include "project/migration.h"
 #include "project/project_library.h"
+#include "studio_model.h"
 
 #ifndef QUILLO_VERSION
 #define QUILLO_VERSION "0.0.0"
@@ -25,6 +30,7 @@ using namespace quillo;
 
 constexpr const char* kUsage =
     "Usage: quillo [--headless]\n"
+    "       quillo --mcp\n"
     "       quillo inspect FOLDER\n"
     "       quillo export FOLDER [--preset ID] [--format mp4|gif] [--size original|1080p|720p]\n"
     "                            [--reframe fit|follow] [--out PATH]\n"
@@ -32,7 +38,9 @@ constexpr const char* kUsage =
     "       quillo --version\n"
     "\n"
     "  (no arguments)  start Quillo (headless when there is no display)\n"
-    "  --headless      start without windows\n"
+    "  --headless      start without windows, serving the agent tools (MCP over HTTP)\n"
+    "  --mcp           MCP over standard input and output, relayed to the running Quillo\n"
+    "                  (started headless when it is not running)\n"
     "  inspect FOLDER  check a recording's folder: title, duration, kept pieces\n"
     "  export FOLDER   render the finished video (MP4 or GIF) with the recording's edits\n"
     "  render-frame    write the finished frame at a recording time as a PNG\n"
@@ -63,15 +71,38 @@ int runHeadless() {
     project::ProjectLibrary library(
         libraryRoot(std::nullopt, preferences.get(app::prefs::libraryPath)));
     auto projects = library.load();
+
+    // The agents' way in: the control server with the tool table over the studio model.
+    auto studio = std::make_shared<app::StudioModel>(library, mainQueue);
+    auto tools = std::make_shared<agent::AgentTools>(studio);
+    agent::ControlServer server(supportFolder() / "mcp.json");
+    auto startServer = [&] {
+        if (preferences.get(app::prefs::agentServerEnabled)) {
+            server.start([tools](Json message, agent::ControlServer::Reply reply) {
+                agent::mcp::handle(message, tools, reply);
+            });
+        } else {
+            server.stop();
+        }
+    };
+    startServer();
     std::cout << "Quillo " << QUILLO_VERSION << " is running without windows.\n"
               << "Library: " << library.root().string();
     if (projects) {
         std::cout << " (" << projects->size()
                   << (projects->size() == 1 ? " recording)" : " recordings)");
     }
-    std::cout << "\nPress Ctrl+C to stop.\n" << std::flush;
+    std::cout << "\n";
+    if (auto address = server.address()) {
+        std::cout << "Agent server: " << *address << " (key and port in "
+                  << server.infoFile().string() << ")\n";
+    } else {
+        std::cout << "Agent server: off (the agentServerEnabled setting)\n";
+    }
+    std::cout << "Press Ctrl+C to stop.\n" << std::flush;
 
     mainQueue.run();
+    server.stop();
     preferences.store().stopWatching();
     // The waiter is still in sigwait when quit came from elsewhere; wake it.
     pthread_kill(waiter.native_handle(), SIGTERM);
@@ -103,6 +134,9 @@ int main(int argc, char** argv) {
         std::vector<std::string> rest(argv + 2, argv + argc);
         return command == "export" ? app::exportCommand(rest, std::cout, std::cerr)
                                    : app::renderFrameCommand(rest, std::cout, std::cerr);
+    }
+    if (command == "--mcp") {
+        return agent::MCPBridge(supportFolder() / "mcp.json").run();
     }
     if (command.empty() || command == "--headless") {
         // The studio window arrives with the Qt views; until then every start is headless.

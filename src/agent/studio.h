@@ -1,0 +1,40 @@
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string>
+
+#include "base/result.h"
+#include "project/local_project.h"
+#include "project/project_library.h"
+
+namespace quillo::editor {
+class EditorModel;
+}
+
+namespace quillo::agent {
+
+// What the agent tools need of the studio model: the library, the open editors and the main
+// queue they live on. The application implements it; tests may too.
+class Studio {
+public:
+    virtual ~Studio() = default;
+
+    virtual const project::ProjectLibrary& library() const = 0;
+    // Runs `work` on the main queue and waits for it (the models live there).
+    virtual void onMain(const std::function<void()>& work) = 0;
+
+    // The rest is called on the main queue only.
+    // The recording with this id (its folder's path): "No recording has the id “{id}”."
+    virtual Result<project::LocalProject> recording(const std::string& id) = 0;
+    // The recording's editor model, loaded on first use and kept while the recording is open.
+    virtual Result<editor::EditorModel*> editor(const std::string& id) = 0;
+    // Shows a recording in the editor (adds its tab).
+    virtual Result<void> open(const std::string& id) = 0;
+    // The recording shown in the editor, if any.
+    virtual std::optional<std::string> openRecording() const = 0;
+    // Forgets a recording's editor and tab (after it was renamed or deleted).
+    virtual void forget(const std::string& id) = 0;
+};
+
+}  // namespace quillo::agent

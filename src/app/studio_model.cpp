@@ -1,0 +1,74 @@
+#include "studio_model.h"
+
+#include <algorithm>
+
+#include "agent/agent_texts.h"
+
+namespace quillo::app {
+
+namespace fs = std::filesystem;
+
+StudioModel::StudioModel(project::ProjectLibrary library, TaskQueue& mainQueue)
+    : m_library(std::move(library)), m_main(mainQueue) {}
+
+void StudioModel::onMain(const std::function<void()>& work) { m_main.invoke(work); }
+
+Result<project::LocalProject> StudioModel::recording(const std::string& id) {
+    // Ids are the recordings' folders; only folders of this library are recordings here.
+    std::error_code error;
+    fs::path folder = fs::weakly_canonical(fs::path(id), error);
+    fs::path root = fs::weakly_canonical(m_library.root(), error);
+    if (id.empty() || error || folder.parent_path() != root || !fs::is_directory(folder, error)) {
+        return AppError(agent::texts::noRecording(id));
+    }
+    auto project = project::LocalProject::open(folder);
+    if (!project) {
+        return AppError(agent::texts::noRecording(id), project.error().message);
+    }
+    return project;
+}
+
+Result<editor::EditorModel*> StudioModel::editor(const std::string& id) {
+    if (auto it = m_editors.find(id); it != m_editors.end()) {
+        return it->second.get();
+    }
+    auto project = recording(id);
+    if (!project) {
+        return project.error();
+    }
+    auto model = std::make_unique<editor::EditorModel>(*project);
+    model->load();
+    if (!model->loaded()) {
+        return AppError(model->loadError().value_or("The recording could not be opened."));
+    }
+    editor::EditorModel* pointer = model.get();
+    m_editors[id] = std::move(model);
+    return pointer;
+}
+
+Result<void> StudioModel::open(const std::string& id) {
+    if (m_open) {
+        if (auto it = m_editors.find(*m_open); it != m_editors.end() && it->second->exporting()) {
+            return AppError("Finish or cancel the current export first.");
+        }
+    }
+    auto model = editor(id);
+    if (!model) {
+        return model.error();
+    }
+    if (std::find(m_tabs.begin(), m_tabs.end(), id) == m_tabs.end()) {
+        m_tabs.push_back(id);
+    }
+    m_open = id;
+    return {};
+}
+
+void StudioModel::forget(const std::string& id) {
+    m_editors.erase(id);
+    m_tabs.erase(std::remove(m_tabs.begin(), m_tabs.end(), id), m_tabs.end());
+    if (m_open == id) {
+        m_open.reset();
+    }
+}
+
+}  // namespace quillo::app
