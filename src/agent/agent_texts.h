@@ -44,6 +44,11 @@ inline std::string noSegment(int64_t index) {
 inline std::string noRedaction(int64_t index) {
     return "There is no redaction " + std::to_string(index) + ".";
 }
+inline std::string noMarker(int64_t index) {
+    return "There is no marker " + std::to_string(index) + ".";
+}
+inline constexpr const char* kNoRecordingInProgress =
+    "No recording is in progress. Give a recording id and a time.";
 inline std::string noRecording(const std::string& id) {
     return "No recording has the id “" + id + "”.";
 }

@@ -7,6 +7,7 @@
 #include <turbojpeg.h>
 
 #include "agent_texts.h"
+#include "demo_markers.h"
 #include "editor/auto_zoom.h"
 #include "editor/editor_model.h"
 #include "media/movie_info.h"
@@ -994,13 +995,79 @@ void AgentTools::build() {
         {{"label", string("Short title, like \"Add a contact\".")},
          {"id", string("Recording id (default: the recording in progress).")},
          {"time", number("Seconds on the recording's timeline (default now).")}},
-        {"label"}, notYet);
+        {"label"}, [studio](const Arguments& args) -> Result<Content> {
+            TRY_ASSIGN(label, args.string("label"));
+            TRY_ASSIGN(which, args.optionalString("id"));
+            if (!which) {
+                return AppError(texts::kNoRecordingInProgress);
+            }
+            TRY_ASSIGN(time, args.number("time"));
+            Result<Content> result = AppError("");
+            studio->onMain([&] {
+                auto project = studio->recording(*which);
+                if (!project) {
+                    result = project.error();
+                    return;
+                }
+                auto list = markers::add(label, time, project->directory);
+                result = list ? Result<Content>(Content{jsonText({{"markers", list->size()}})})
+                              : Result<Content>(list.error());
+            });
+            return result;
+        });
     add("remove_marker", "Removes a marker by index (from get_markers).",
-        {{"id", id}, {"index", integer("Marker index.")}}, {"id", "index"}, notYet);
+        {{"id", id}, {"index", integer("Marker index.")}}, {"id", "index"},
+        [studio](const Arguments& args) -> Result<Content> {
+            TRY_ASSIGN(which, args.string("id"));
+            TRY_ASSIGN(index, args.integer("index"));
+            Result<Content> result = AppError("");
+            studio->onMain([&] {
+                auto project = studio->recording(which);
+                if (!project) {
+                    result = project.error();
+                    return;
+                }
+                auto list = markers::load(project->directory);
+                if (index < 0 || index >= static_cast<int64_t>(list.size())) {
+                    result = AppError(texts::noMarker(index));
+                    return;
+                }
+                list.erase(list.begin() + index);
+                auto saved = markers::save(list, project->directory);
+                result = saved ? Result<Content>(Content{jsonText({{"markers", list.size()}})})
+                               : Result<Content>(saved.error());
+            });
+            return result;
+        });
     add("get_markers",
         "A recording's markers, where each lands in the finished video (after trims and cuts), "
         "and YouTube chapters: the first at 0:00, each at least 10 s, short steps merged.",
-        {{"id", id}}, {"id"}, notYet);
+        {{"id", id}}, {"id"}, [withEditor](const Arguments& args) {
+            return withEditor(args, [](EditorModel& editor) -> Result<Content> {
+                const Edits& edits = editor.edits();
+                const double duration = edits.outputDuration();
+                std::vector<DemoMarker> list = markers::load(editor.project().directory);
+                Json items = Json::array();
+                for (size_t i = 0; i < list.size(); ++i) {
+                    items.push_back({{"index", i},
+                                     {"label", list[i].label},
+                                     {"time", list[i].time},
+                                     {"finishedTime", edits.outputTime(list[i].time)}});
+                }
+                std::vector<Chapter> chapters = markers::chapters(list, &edits, duration);
+                Json chapterItems = Json::array();
+                for (const Chapter& chapter : chapters) {
+                    chapterItems.push_back(
+                        {{"start", chapter.start},
+                         {"timestamp", markers::timestamp(chapter.start, duration >= 3600)},
+                         {"title", chapter.title}});
+                }
+                return Content{jsonText({{"markers", items},
+                                         {"chapters", chapterItems},
+                                         {"text", markers::text(chapters, duration)},
+                                         {"youTubeReady", markers::youTubeReady(chapters)}})};
+            });
+        });
 
     // --- self-test
     add("share_window",
