@@ -73,8 +73,9 @@ struct ControlServer::Impl : std::enable_shared_from_this<ControlServer::Impl> {
 
     // One connection: reads until a whole request has arrived, answers once, closes.
     struct Connection : std::enable_shared_from_this<Connection> {
-        Connection(std::shared_ptr<Impl> server, tcp::socket socket)
-            : server(std::move(server)), socket(std::move(socket)) {}
+        // The server owns its io_context, which owns every pending operation and with it every
+        // connection, so a plain pointer back never dangles.
+        Connection(Impl* server, tcp::socket socket) : server(server), socket(std::move(socket)) {}
 
         void read() {
             const size_t used = buffer.size();
@@ -107,7 +108,7 @@ struct ControlServer::Impl : std::enable_shared_from_this<ControlServer::Impl> {
                               });
         }
 
-        std::shared_ptr<Impl> server;
+        Impl* server;
         tcp::socket socket;
         std::string buffer;
     };
@@ -116,16 +117,15 @@ struct ControlServer::Impl : std::enable_shared_from_this<ControlServer::Impl> {
         if (!acceptor) {
             return;
         }
-        acceptor->async_accept(
-            [self = shared_from_this()](const asio::error_code& error, tcp::socket socket) {
-                if (!self->acceptor) {
-                    return;
-                }
-                if (!error) {
-                    std::make_shared<Connection>(self, std::move(socket))->read();
-                }
-                self->accept();
-            });
+        acceptor->async_accept([self = this](const asio::error_code& error, tcp::socket socket) {
+            if (!self->acceptor) {
+                return;
+            }
+            if (!error) {
+                std::make_shared<Connection>(self, std::move(socket))->read();
+            }
+            self->accept();
+        });
     }
 
     void respond(const HttpRequest& request, const std::shared_ptr<Connection>& connection) {
