@@ -224,21 +224,34 @@ int main(int, char** argv) {
     double oursSequential = sequentialP99(server.port(), server.token());
     server.stop();
 
-    // The SDK server in node, on a port of its own.
-    const uint16_t port = 47900 + static_cast<uint16_t>(getpid() % 50);
+    // The SDK server in node, on a free port it reports on its first line.
     const std::string token = server.token();
+    int pipeEnds[2];
+    if (pipe(pipeEnds) != 0) {
+        return 1;
+    }
     pid_t node = fork();
     if (node == 0) {
-        chdir(sdk.c_str());
-        execlp("node", "node", "sdk_server.mjs", std::to_string(port).c_str(), token.c_str(),
-               nullptr);
+        dup2(pipeEnds[1], STDOUT_FILENO);
+        close(pipeEnds[0]);
+        if (chdir(sdk.c_str()) == 0) {
+            execlp("node", "node", "sdk_server.mjs", "0", token.c_str(), nullptr);
+        }
         _exit(127);
     }
-    std::this_thread::sleep_for(std::chrono::seconds(2));
+    close(pipeEnds[1]);
+    FILE* output = fdopen(pipeEnds[0], "r");
+    unsigned portNumber = 0;
+    if (output == nullptr || std::fscanf(output, "listening %u", &portNumber) != 1) {
+        std::fprintf(stderr, "the SDK server did not start\n");
+        return 1;
+    }
+    const uint16_t port = static_cast<uint16_t>(portNumber);
     Load theirs = drive(port, token);
     double theirsSequential = sequentialP99(port, token);
     kill(node, SIGTERM);
     waitpid(node, nullptr, 0);
+    std::fclose(output);
 
     std::printf("mcp_ping_64_connections_20s: %.0f requests/s, %ld failed, p99 %.1f ms\n",
                 ours.perSecond, ours.failures, ours.p99);

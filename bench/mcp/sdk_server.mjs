@@ -1,6 +1,6 @@
 // The reference for the control server benchmark: a stateless Streamable HTTP server built on
 // the MCP SDK's own McpServer, answering JSON (no event streams), with a bearer check.
-//   node sdk_server.mjs PORT TOKEN
+//   node sdk_server.mjs PORT TOKEN   (prints "listening PORT" once ready)
 import http from "node:http";
 import { McpServer } from "@modelcontextprotocol/sdk/server/mcp.js";
 import { StreamableHTTPServerTransport } from "@modelcontextprotocol/sdk/server/streamableHttp.js";
@@ -28,4 +28,5 @@ const server = http.createServer(async (req, res) => {
   await transport.handleRequest(req, res, body);
 });
 server.keepAliveTimeout = 60000;
-server.listen(Number(port), "127.0.0.1", () => console.log(`listening ${port}`));
+// Port 0 picks a free one; the caller reads it from the first line.
+server.listen(Number(port), "127.0.0.1", () => console.log(`listening ${server.address().port}`));
