@@ -86,6 +86,8 @@ int runHeadless() {
         }
     };
     startServer();
+    // The setting may be switched from the settings screen or by editing the file.
+    auto observer = preferences.addObserver([&] { startServer(); });
     std::cout << "Quillo " << QUILLO_VERSION << " is running without windows.\n"
               << "Library: " << library.root().string();
     if (projects) {
@@ -102,6 +104,7 @@ int runHeadless() {
     std::cout << "Press Ctrl+C to stop.\n" << std::flush;
 
     mainQueue.run();
+    preferences.removeObserver(observer);
     server.stop();
     preferences.store().stopWatching();
     // The waiter is still in sigwait when quit came from elsewhere; wake it.
