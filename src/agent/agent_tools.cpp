@@ -3,13 +3,19 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <map>
+#include <mutex>
 #include <thread>
 #include <turbojpeg.h>
 
 #include "agent_texts.h"
+#include "base/cancel_token.h"
 #include "demo_markers.h"
 #include "editor/auto_zoom.h"
+#include "editor/dead_time.h"
+#include "editor/dead_time_options.h"
 #include "editor/editor_model.h"
+#include "editor/editor_texts.h"
 #include "media/movie_info.h"
 #include "project/cursor_track.h"
 #include "project/edits_json.h"
@@ -118,6 +124,27 @@ Json clicksAndTyping(const std::optional<project::CursorTrack>& track) {
 }
 
 }  // namespace
+
+// Analysed recordings by id, so asking twice does not analyse twice. Any thread.
+class DeadTimeCache {
+public:
+    std::shared_ptr<const editor::ActivityTimeline> find(const std::string& id) {
+        std::lock_guard lock(m_mutex);
+        auto it = m_timelines.find(id);
+        return it == m_timelines.end() ? nullptr : it->second;
+    }
+    std::shared_ptr<const editor::ActivityTimeline> keep(const std::string& id,
+                                                         editor::ActivityTimeline timeline) {
+        auto shared = std::make_shared<const editor::ActivityTimeline>(std::move(timeline));
+        std::lock_guard lock(m_mutex);
+        m_timelines[id] = shared;
+        return shared;
+    }
+
+private:
+    std::mutex m_mutex;
+    std::map<std::string, std::shared_ptr<const editor::ActivityTimeline>> m_timelines;
+};
 
 Json AgentTools::text(const std::string& value) { return {{"type", "text"}, {"text", value}}; }
 
@@ -777,27 +804,103 @@ void AgentTools::build() {
         });
 
     // --- dead time, captions, camera, redaction
+    // Dead time: the recording is analysed once (on this worker thread) and the timeline kept.
+    auto deadTimeOptions = [](const Arguments& args) -> Result<editor::DeadTimeOptions> {
+        editor::DeadTimeOptions options;
+        TRY_ASSIGN(minimum, args.optionalNumber("min_seconds"));
+        TRY_ASSIGN(action, args.optionalString("action"));
+        TRY_ASSIGN(speed, args.optionalNumber("speed"));
+        if (minimum && !(*minimum >= 0.5 && *minimum <= 60)) {
+            return AppError("min_seconds must be between 0.5 and 60.");
+        }
+        if (speed && !(*speed >= 2 && *speed <= 8)) {
+            return AppError("speed must be between 2 and 8.");
+        }
+        if (action) {
+            auto parsed = fromRawValue<editor::DeadTimeAction>(*action);
+            if (!parsed) {
+                return AppError("action must be auto, speed_up, or cut.");
+            }
+            options.action = *parsed;
+        }
+        options.minimumLength = minimum.value_or(options.minimumLength);
+        options.speed = speed.value_or(options.speed);
+        return options;
+    };
+    auto timelines = std::make_shared<DeadTimeCache>();
+    auto deadTime = [withEditor, deadTimeOptions, timelines](const Arguments& args,
+                                                             bool apply) -> Result<Content> {
+        TRY_ASSIGN(options, deadTimeOptions(args));
+        TRY_ASSIGN(which, args.string("id"));
+        fs::path movie;
+        std::optional<project::CursorTrack> track;
+        double duration = 0;
+        auto found = withEditor(args, [&](EditorModel& editor) -> Result<Content> {
+            movie = editor.project().recordingFile();
+            track = editor.cursorTrack();
+            duration = editor.duration();
+            return Content{};
+        });
+        if (!found) {
+            return found.error();
+        }
+        std::shared_ptr<const editor::ActivityTimeline> timeline = timelines->find(which);
+        if (!timeline) {
+            TRY_ASSIGN(analysed, editor::dead_time::analyze(movie, track ? &*track : nullptr, 0,
+                                                            duration, nullptr, CancelToken{}));
+            timeline = timelines->keep(which, std::move(analysed));
+        }
+        return withEditor(args, [&](EditorModel& editor) -> Result<Content> {
+            editor::DeadTimeResult result;
+            result.segments = editor::dead_time::segments(*timeline, editor.edits(), options);
+            Json stretches = Json::array();
+            for (const auto& segment : result.segments) {
+                stretches.push_back({{"start", segment.start},
+                                     {"end", segment.end},
+                                     {"speed", segment.speed},
+                                     {"action", segment.speed == 0 ? "cut" : "speed up"}});
+            }
+            if (apply && !result.segments.empty()) {
+                if (editor.exporting()) {
+                    return AppError(texts::kExportRunning);
+                }
+                const Edits before = editor.edits();
+                Edits candidate = editor::dead_time::merge(result.segments, before);
+                if (!(candidate.outputDuration() > 0.5)) {
+                    return AppError(editor::texts::kWholeClipIdle);
+                }
+                if (!editor.commit(candidate)) {
+                    return AppError(editor.status());
+                }
+                result.saved = before.outputDuration() - candidate.outputDuration();
+            }
+            Json answer = {{"rule", options.rule()}, {"stretches", stretches}};
+            if (apply) {
+                answer["summary"] = result.summary();
+                answer["duration"] = editor.edits().outputDuration();
+            }
+            return Content{jsonText(answer)};
+        });
+    };
+    const Json deadTimeArguments = {
+        {"id", id},
+        {"min_seconds", number("How long everything must be idle to count (default 1.5, 0.5–60).")},
+        {"action", string("auto speeds stretches up and cuts any longer than " +
+                              std::to_string(static_cast<int>(editor::DeadTimeOptions::kCutAfter)) +
+                              " s (default).",
+                          {"auto", "speed_up", "cut"})},
+        {"speed", number("Speed-up for sped-up stretches, 2–8 (default 4).")}};
     add("find_dead_time",
         "Lists idle stretches inside the clip (no pointer movement, clicks, typing, sound, or "
         "visible screen change) and what remove_dead_time would do with each. Changes nothing. "
         "The first call analyzes the video, which takes a few seconds per minute.",
-        {{"id", id},
-         {"min_seconds",
-          number("How long everything must be idle to count (default 1.5, 0.5–60).")},
-         {"action", string("auto speeds stretches up and cuts any longer than 8 s (default).",
-                           {"auto", "speed_up", "cut"})},
-         {"speed", number("Speed-up for sped-up stretches, 2–8 (default 4).")}},
-        {"id"}, notYet);
+        deadTimeArguments, {"id"},
+        [deadTime](const Arguments& args) { return deadTime(args, false); });
     add("remove_dead_time",
         "Speeds up or cuts the idle stretches find_dead_time lists, as one undoable edit. "
         "Existing cuts and speed-ups are kept; stretches are fitted around them.",
-        {{"id", id},
-         {"min_seconds",
-          number("How long everything must be idle to count (default 1.5, 0.5–60).")},
-         {"action", string("auto speeds stretches up and cuts any longer than 8 s (default).",
-                           {"auto", "speed_up", "cut"})},
-         {"speed", number("Speed-up for sped-up stretches, 2–8 (default 4).")}},
-        {"id"}, notYet);
+        deadTimeArguments, {"id"},
+        [deadTime](const Arguments& args) { return deadTime(args, true); });
     add("generate_captions",
         "Transcribes the recording's speech on this computer (nothing is uploaded) into timed "
         "captions and turns them on. Replaces existing captions. Waits until done; long "

@@ -141,6 +141,21 @@ TEST_F(Tools, EditingGoesThroughTheEditorWithUndo) {
     EXPECT_TRUE(fs::exists(fs::path(id) / "edits.json"));
 }
 
+TEST_F(Tools, DeadTimeChecksItsArgumentsAndAnalysesOnce) {
+    EXPECT_EQ(call("find_dead_time", {{"id", id}, {"min_seconds", 0.1}}).first,
+              "min_seconds must be between 0.5 and 60.");
+    EXPECT_EQ(call("find_dead_time", {{"id", id}, {"action", "slow"}}).first,
+              "action must be auto, speed_up, or cut.");
+    EXPECT_EQ(call("remove_dead_time", {{"id", id}, {"speed", 9}}).first,
+              "speed must be between 2 and 8.");
+    // The test pattern changes every frame: nothing is idle, and removing changes nothing.
+    Json found = ok("find_dead_time", {{"id", id}});
+    EXPECT_EQ(found["stretches"], Json::array());
+    Json removed = ok("remove_dead_time", {{"id", id}, {"action", "cut"}});
+    EXPECT_EQ(removed["summary"], "No dead time found");
+    EXPECT_EQ(removed["duration"], 4);
+}
+
 TEST_F(Tools, RenderExportRenameDelete) {
     Json frame = tools->call("render_frame", {{"id", id}, {"time", 1}});
     ASSERT_FALSE(frame["isError"].get<bool>()) << frame.dump();
