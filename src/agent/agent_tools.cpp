@@ -123,6 +123,16 @@ Json clicksAndTyping(const std::optional<project::CursorTrack>& track) {
     return {{"clicks", clicks}, {"typing", typing}};
 }
 
+// Removes item `index` of a list the agent numbered; `missing` says why when there is none.
+template <class T>
+Result<void> eraseAt(std::vector<T>& list, int64_t index, const std::string& missing) {
+    if (index < 0 || index >= static_cast<int64_t>(list.size())) {
+        return AppError(missing);
+    }
+    list.erase(list.begin() + index);
+    return {};
+}
+
 }  // namespace
 
 // Analysed recordings by id, so asking twice does not analyse twice. Any thread.
@@ -203,6 +213,17 @@ void AgentTools::build() {
         studio->onMain([&] {
             auto editor = studio->editor(id);
             result = editor ? work(**editor) : Result<Content>(editor.error());
+        });
+        return result;
+    };
+    // Runs `work` with the recording's project folder on the main queue.
+    auto withProject = [studio](const std::string& which,
+                                const std::function<Result<Content>(project::LocalProject&)>& work)
+        -> Result<Content> {
+        Result<Content> result = AppError("");
+        studio->onMain([&] {
+            auto project = studio->recording(which);
+            result = project ? work(*project) : Result<Content>(project.error());
         });
         return result;
     };
@@ -399,48 +420,29 @@ void AgentTools::build() {
             return Content{text("Opened the recording in the editor.")};
         });
     add("rename_recording", "Renames a recording.", {{"id", id}, {"title", string("New title.")}},
-        {"id", "title"}, [studio](const Arguments& args) -> Result<Content> {
+        {"id", "title"}, [studio, withProject](const Arguments& args) -> Result<Content> {
             TRY_ASSIGN(which, args.string("id"));
             TRY_ASSIGN(title, args.string("title"));
-            Result<Content> result = AppError("");
-            studio->onMain([&] {
-                auto project = studio->recording(which);
-                if (!project) {
-                    result = project.error();
-                    return;
-                }
-                auto renamed = project::ProjectLibrary::rename(*project, title);
+            return withProject(which, [&](project::LocalProject& project) -> Result<Content> {
+                TRY_ASSIGN(renamed, project::ProjectLibrary::rename(project, title));
                 if (!renamed) {
-                    result = renamed.error();
-                    return;
-                }
-                if (!*renamed) {
-                    result = Content{text("The title was empty; nothing changed.")};
-                    return;
+                    return Content{text("The title was empty; nothing changed.")};
                 }
                 studio->forget(which);
-                result = Content{
-                    jsonText({{"id", (*renamed)->id()}, {"title", (*renamed)->metadata.title}})};
+                return Content{
+                    jsonText({{"id", renamed->id()}, {"title", renamed->metadata.title}})};
             });
-            return result;
         });
     add("delete_recording", "Moves a recording to the Trash (recoverable from your file manager).",
-        {{"id", id}}, {"id"}, [studio](const Arguments& args) -> Result<Content> {
+        {{"id", id}}, {"id"}, [studio, withProject](const Arguments& args) -> Result<Content> {
             TRY_ASSIGN(which, args.string("id"));
-            Result<Content> result = AppError("");
-            studio->onMain([&] {
-                auto project = studio->recording(which);
-                if (!project) {
-                    result = project.error();
-                    return;
-                }
+            return withProject(which, [&](project::LocalProject& project) -> Result<Content> {
                 studio->forget(which);
-                auto trashed = project::ProjectLibrary::moveToTrash(*project);
-                result = trashed ? Result<Content>(Content{text(
-                                       "Moved “" + project->metadata.title + "” to the Trash.")})
-                                 : Result<Content>(trashed.error());
+                if (auto trashed = project::ProjectLibrary::moveToTrash(project); !trashed) {
+                    return trashed.error();
+                }
+                return Content{text("Moved “" + project.metadata.title + "” to the Trash.")};
             });
-            return result;
         });
 
     // --- editing
@@ -546,11 +548,7 @@ void AgentTools::build() {
         {"id", "index"}, [edit](const Arguments& args) -> Result<Content> {
             TRY_ASSIGN(index, args.integer("index"));
             return edit(args, [&](Edits& edits, EditorModel&) -> Result<void> {
-                if (index < 0 || index >= static_cast<int64_t>(edits.zooms.size())) {
-                    return AppError(texts::noZoom(index));
-                }
-                edits.zooms.erase(edits.zooms.begin() + index);
-                return {};
+                return eraseAt(edits.zooms, index, texts::noZoom(index));
             });
         });
     add("auto_zoom",
@@ -591,10 +589,9 @@ void AgentTools::build() {
             TRY_ASSIGN(index, args.integer("index"));
             return edit(args, [&](Edits& edits, EditorModel&) -> Result<void> {
                 std::vector<project::TimeSegment> segments = edits.timing();
-                if (index < 0 || index >= static_cast<int64_t>(segments.size())) {
-                    return AppError(texts::noSegment(index));
+                if (auto erased = eraseAt(segments, index, texts::noSegment(index)); !erased) {
+                    return erased;
                 }
-                segments.erase(segments.begin() + index);
                 edits.segments = segments.empty() ? std::nullopt : std::optional(segments);
                 return {};
             });
@@ -1051,10 +1048,9 @@ void AgentTools::build() {
             TRY_ASSIGN(index, args.integer("index"));
             return edit(args, [&](Edits& edits, EditorModel&) -> Result<void> {
                 std::vector<project::Redaction> list = edits.redactionList();
-                if (index < 0 || index >= static_cast<int64_t>(list.size())) {
-                    return AppError(texts::noRedaction(index));
+                if (auto erased = eraseAt(list, index, texts::noRedaction(index)); !erased) {
+                    return erased;
                 }
-                list.erase(list.begin() + index);
                 edits.redactions = list.empty() ? std::nullopt : std::optional(list);
                 return {};
             });
@@ -1098,49 +1094,33 @@ void AgentTools::build() {
         {{"label", string("Short title, like \"Add a contact\".")},
          {"id", string("Recording id (default: the recording in progress).")},
          {"time", number("Seconds on the recording's timeline (default now).")}},
-        {"label"}, [studio](const Arguments& args) -> Result<Content> {
+        {"label"}, [withProject](const Arguments& args) -> Result<Content> {
             TRY_ASSIGN(label, args.string("label"));
             TRY_ASSIGN(which, args.optionalString("id"));
             if (!which) {
                 return AppError(texts::kNoRecordingInProgress);
             }
             TRY_ASSIGN(time, args.number("time"));
-            Result<Content> result = AppError("");
-            studio->onMain([&] {
-                auto project = studio->recording(*which);
-                if (!project) {
-                    result = project.error();
-                    return;
-                }
-                auto list = markers::add(label, time, project->directory);
-                result = list ? Result<Content>(Content{jsonText({{"markers", list->size()}})})
-                              : Result<Content>(list.error());
+            return withProject(*which, [&](project::LocalProject& project) -> Result<Content> {
+                TRY_ASSIGN(list, markers::add(label, time, project.directory));
+                return Content{jsonText({{"markers", list.size()}})};
             });
-            return result;
         });
     add("remove_marker", "Removes a marker by index (from get_markers).",
         {{"id", id}, {"index", integer("Marker index.")}}, {"id", "index"},
-        [studio](const Arguments& args) -> Result<Content> {
+        [withProject](const Arguments& args) -> Result<Content> {
             TRY_ASSIGN(which, args.string("id"));
             TRY_ASSIGN(index, args.integer("index"));
-            Result<Content> result = AppError("");
-            studio->onMain([&] {
-                auto project = studio->recording(which);
-                if (!project) {
-                    result = project.error();
-                    return;
+            return withProject(which, [&](project::LocalProject& project) -> Result<Content> {
+                auto list = markers::load(project.directory);
+                if (auto erased = eraseAt(list, index, texts::noMarker(index)); !erased) {
+                    return erased.error();
                 }
-                auto list = markers::load(project->directory);
-                if (index < 0 || index >= static_cast<int64_t>(list.size())) {
-                    result = AppError(texts::noMarker(index));
-                    return;
+                if (auto saved = markers::save(list, project.directory); !saved) {
+                    return saved.error();
                 }
-                list.erase(list.begin() + index);
-                auto saved = markers::save(list, project->directory);
-                result = saved ? Result<Content>(Content{jsonText({{"markers", list.size()}})})
-                               : Result<Content>(saved.error());
+                return Content{jsonText({{"markers", list.size()}})};
             });
-            return result;
         });
     add("get_markers",
         "A recording's markers, where each lands in the finished video (after trims and cuts), "
