@@ -217,9 +217,10 @@ void AgentTools::build() {
         return result;
     };
     // Runs `work` with the recording's project folder on the main queue.
-    auto withProject = [studio](const std::string& which,
-                                const std::function<Result<Content>(project::LocalProject&)>& work)
-        -> Result<Content> {
+    auto withProject =
+        [studio](
+            const std::string& which,
+            const std::function<Result<Content>(project::LocalProject&)>& work) -> Result<Content> {
         Result<Content> result = AppError("");
         studio->onMain([&] {
             auto project = studio->recording(which);

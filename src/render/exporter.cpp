@@ -81,16 +81,16 @@ public:
         if (!read) {
             return read.error();
         }
-        std::vector<double> key = m_plan.renderer->stateKey(recordingTime);
-        bool same = m_rendered && m_screen.unchanged && key == m_key;
+        FrameRenderer::Moment moment = m_plan.renderer->moment(recordingTime);
+        bool same = m_rendered && m_screen.unchanged && moment.key == m_key;
         if (repeated) {
             *repeated = same;
         }
         if (!same) {
             ImageView screen{m_screen.pixels.data(), m_screen.width, m_screen.height,
                              m_screen.stride};
-            m_plan.renderer->render(screen, recordingTime, m_out.view());
-            m_key = std::move(key);
+            m_plan.renderer->render(screen, moment, m_out.view());
+            m_key = std::move(moment.key);
             m_rendered = true;
         }
         return &m_out;

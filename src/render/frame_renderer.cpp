@@ -267,8 +267,8 @@ void FrameRenderer::drawPicture(const ImageView& screen, const View& v,
     cairo_scale(cr.get(), v.mapping.scaleX, v.mapping.scaleY);
     cairo_set_source_surface(cr.get(), source.get(), 0, 0);
     cairo_pattern_t* pattern = cairo_get_source(cr.get());
-    cairo_pattern_set_filter(pattern, scale < kShrinkScale ? CAIRO_FILTER_GOOD
-                                                           : CAIRO_FILTER_BILINEAR);
+    cairo_pattern_set_filter(pattern,
+                             scale < kShrinkScale ? CAIRO_FILTER_GOOD : CAIRO_FILTER_BILINEAR);
     cairo_pattern_set_extend(pattern, CAIRO_EXTEND_PAD);
     cairo_set_operator(cr.get(), CAIRO_OPERATOR_SOURCE);
     cairo_paint(cr.get());
@@ -303,11 +303,16 @@ FrameRenderer::View FrameRenderer::view(double t) const {
     return v;
 }
 
-std::vector<double> FrameRenderer::stateKey(double t) const {
-    View v = view(t);
-    std::vector<double> key{static_cast<double>(v.shown.x), static_cast<double>(v.shown.y),
-                            v.mapping.scaleX, v.mapping.scaleY, v.mapping.originX,
-                            v.mapping.originY};
+FrameRenderer::Moment FrameRenderer::moment(double t) const {
+    Moment now{t, view(t), {}};
+    const View& v = now.view;
+    std::vector<double>& key = now.key;
+    key = {static_cast<double>(v.shown.x),
+           static_cast<double>(v.shown.y),
+           v.mapping.scaleX,
+           v.mapping.scaleY,
+           v.mapping.originX,
+           v.mapping.originY};
     auto append = [&](const std::vector<double>& more) {
         key.push_back(static_cast<double>(more.size()));
         key.insert(key.end(), more.begin(), more.end());
@@ -321,10 +326,12 @@ std::vector<double> FrameRenderer::stateKey(double t) const {
     if (m_captions) {
         append(m_captions->stateKey(t));
     }
-    return key;
+    return now;
 }
 
-void FrameRenderer::render(const ImageView& screen, double t, const ImageView& out) const {
+void FrameRenderer::render(const ImageView& screen, const Moment& moment,
+                           const ImageView& out) const {
+    const double t = moment.t;
     // Around the picture: the backdrop, copied row by row where the picture does not cover it.
     const ImageView back = m_backdrop.view();
     const PixelRect& p = m_picture;
@@ -340,7 +347,7 @@ void FrameRenderer::render(const ImageView& screen, double t, const ImageView& o
     }
 
     // The picture: the shown area of the recording, zoomed and scaled into place in one pass.
-    const View v = view(t);
+    const View& v = moment.view;
     drawPicture(screen, v, out);
 
     // Drawn over the picture in output pixels through the same mapping, so zooms move and scale

@@ -60,23 +60,33 @@ public:
     // Where the picture lands in the output frame.
     PixelRect picture() const { return m_picture; }
 
-    // The finished frame for recording time t into `out` (outputWidth × outputHeight) from
-    // `screen`, the recording's frame at t (left unchanged).
-    void render(const ImageView& screen, double t, const ImageView& out) const;
-
-    // Everything besides the recording's picture that frame t depends on: two times with equal
-    // keys and equal recording frames render equal frames, so an exporter may reuse one.
-    std::vector<double> stateKey(double t) const;
-
-    // The part of the recording shown at t before zooming (the reframe window), in pixels.
-    PixelRect area(double t) const;
-
-private:
+    // Where things are at recording time t, worked out once per frame: the shown part of the
+    // recording, the zoom and the picture's mapping, and a key of everything besides the
+    // recording's picture that the frame depends on. Two moments with equal keys and equal
+    // recording frames render equal frames, so an exporter may reuse one.
     struct View {
         PixelRect shown;  // the part of the recording in the picture
         double amount = 1;
         PictureMapping mapping;
     };
+    struct Moment {
+        double t = 0;
+        View view;
+        std::vector<double> key;
+    };
+    Moment moment(double t) const;
+
+    // The finished frame into `out` (outputWidth × outputHeight) from `screen`, the
+    // recording's frame at the moment's time (left unchanged).
+    void render(const ImageView& screen, const Moment& moment, const ImageView& out) const;
+    void render(const ImageView& screen, double t, const ImageView& out) const {
+        render(screen, moment(t), out);
+    }
+
+    // The part of the recording shown at t before zooming (the reframe window), in pixels.
+    PixelRect area(double t) const;
+
+private:
     View view(double t) const;
     void prepareBackdrop();
     void blendCorners(const ImageView& out) const;
