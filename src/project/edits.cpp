@@ -182,4 +182,11 @@ bool Edits::needsComposition() const {
            (captions.has_value() && captions->visible) || !redactionList().empty();
 }
 
+CaptionStyle CaptionStyle::clamped() const {
+    CaptionStyle style = *this;
+    style.size = std::isfinite(size) ? std::clamp(size, 0.5, 2.5) : 1.0;
+    style.maxCharacters = std::clamp<int64_t>(maxCharacters, 12, 80);
+    return style;
+}
+
 }  // namespace quillo::project

@@ -132,6 +132,10 @@ struct CaptionStyle {
     CaptionBackground background = CaptionBackground::Pill;
     int64_t maxCharacters = 36;
     bool highlightWords = false;
+
+    // The style with `size` within 0.5–2.5 and `maxCharacters` within 12–80; drawing and
+    // subtitles always use this.
+    CaptionStyle clamped() const;
     bool operator==(const CaptionStyle&) const = default;
 };
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <mutex>
 #include <system_error>
 
 #include "base/uuid.h"
@@ -112,6 +113,22 @@ private:
 
 }  // namespace
 
+namespace {
+std::mutex overlayLock;
+OverlaySource redactionSource;
+OverlaySource captionSource;
+
+std::pair<OverlaySource, OverlaySource> registeredOverlays() {
+    std::lock_guard lock(overlayLock);
+    return {redactionSource, captionSource};
+}
+}  // namespace
+
+void registerOverlay(OverlaySlot slot, OverlaySource source) {
+    std::lock_guard lock(overlayLock);
+    (slot == OverlaySlot::Redactions ? redactionSource : captionSource) = std::move(source);
+}
+
 Result<RenderPlan> renderPlan(const fs::path& folder, const project::Edits& edits,
                               std::optional<double> maxDimension, std::optional<Size> size,
                               std::optional<double> fps) {
@@ -141,6 +158,13 @@ Result<RenderPlan> renderPlan(const fs::path& folder, const project::Edits& edit
     }
     plan.renderer =
         std::make_shared<FrameRenderer>(edits, plan.sourceSize, plan.renderSize, shared);
+    auto [redactions, captions] = registeredOverlays();
+    if (redactions) {
+        plan.renderer->setRedactions(redactions(folder, edits, plan.sourceSize));
+    }
+    if (captions) {
+        plan.renderer->setCaptions(captions(folder, edits, plan.sourceSize));
+    }
     return plan;
 }
 

@@ -30,6 +30,14 @@ struct RenderPlan {
     std::shared_ptr<FrameRenderer> renderer;
 };
 
+// Steps of the frame routine that live in modules above this one (redactions, captions): each
+// registered source makes the overlay of one recording, or none. Every plan made after the
+// call uses them. Thread-safe.
+enum class OverlaySlot { Redactions, Captions };
+using OverlaySource = std::function<std::shared_ptr<const FrameOverlay>(
+    const std::filesystem::path& folder, const project::Edits& edits, Size source)>;
+void registerOverlay(OverlaySlot slot, OverlaySource source);
+
 // Plans the finished video of the recording in project `folder` for `edits`: the render size
 // (`size`, else the canvas held to `maxDimension`), the frame rate (the recording's, capped by
 // `fps`), the cursor from the folder's cursor track. Error: "This recording cannot be exported."

@@ -25,41 +25,6 @@ PixelRect pixelRect(const Rect& r) {
             std::max(1, static_cast<int>(std::lround(r.y + r.height)) - y)};
 }
 
-// Blurs an 8-bit mask in place with three box passes each way, which approximates a Gaussian
-// of the given sigma closely and costs the same for any sigma.
-void blurMask(std::vector<uint8_t>& mask, int width, int height, double sigma) {
-    if (!(sigma > 0.5)) {
-        return;
-    }
-    // Box radius giving the same variance over three passes: 3·((2r+1)² − 1)/12 = σ².
-    int radius =
-        std::max(1, static_cast<int>(std::lround((std::sqrt(4 * sigma * sigma + 1) - 1) / 2)));
-    std::vector<uint32_t> line(static_cast<size_t>(std::max(width, height)));
-    auto pass = [&](uint8_t* data, int count, ptrdiff_t step) {
-        for (int i = 0; i < count; ++i) {
-            line[i] = data[i * step];
-        }
-        const uint32_t span = 2 * radius + 1;
-        uint32_t sum = 0;
-        for (int i = -radius; i <= radius; ++i) {
-            sum += line[std::clamp(i, 0, count - 1)];
-        }
-        for (int i = 0; i < count; ++i) {
-            data[i * step] = static_cast<uint8_t>((sum + span / 2) / span);
-            sum += line[std::min(i + radius + 1, count - 1)];
-            sum -= line[std::max(i - radius, 0)];
-        }
-    };
-    for (int round = 0; round < 3; ++round) {
-        for (int y = 0; y < height; ++y) {
-            pass(mask.data() + static_cast<ptrdiff_t>(y) * width, width, 1);
-        }
-        for (int x = 0; x < width; ++x) {
-            pass(mask.data() + x, height, width);
-        }
-    }
-}
-
 void roundedRectangle(cairo_t* cr, double x, double y, double w, double h, double r) {
     r = std::clamp(r, 0.0, std::min(w, h) / 2);
     cairo_new_sub_path(cr);
@@ -148,7 +113,7 @@ void FrameRenderer::prepareBackdrop() {
             std::memcpy(shadow.data() + static_cast<size_t>(y) * m_width,
                         surfaceData.data() + static_cast<size_t>(y) * stride, m_width);
         }
-        blurMask(shadow, m_width, m_height, layout.shadowSigma);
+        blurPlane(shadow.data(), m_width, m_height, 1, m_width, layout.shadowSigma);
         // Black at 45 % through the blurred mask, over the gradient.
         for (int y = 0; y < m_height; ++y) {
             uint8_t* p = m_backdrop.view().row(y);

@@ -82,4 +82,44 @@ void fade(const ImageView& image, double opacity) {
     }
 }
 
+void blurPlane(uint8_t* data, int width, int height, ptrdiff_t step, ptrdiff_t stride,
+               double sigma) {
+    if (!(sigma > 0.5) || width <= 0 || height <= 0) {
+        return;
+    }
+    // Box radius giving the same variance over three passes: 3·((2r+1)² − 1)/12 = σ².
+    int radius =
+        std::max(1, static_cast<int>(std::lround((std::sqrt(4 * sigma * sigma + 1) - 1) / 2)));
+    std::vector<uint32_t> line(static_cast<size_t>(std::max(width, height)));
+    auto pass = [&](uint8_t* first, int count, ptrdiff_t spacing) {
+        for (int i = 0; i < count; ++i) {
+            line[i] = first[i * spacing];
+        }
+        const uint32_t span = 2 * radius + 1;
+        uint32_t sum = 0;
+        for (int i = -radius; i <= radius; ++i) {
+            sum += line[std::clamp(i, 0, count - 1)];
+        }
+        for (int i = 0; i < count; ++i) {
+            first[i * spacing] = static_cast<uint8_t>((sum + span / 2) / span);
+            sum += line[std::min(i + radius + 1, count - 1)];
+            sum -= line[std::max(i - radius, 0)];
+        }
+    };
+    for (int round = 0; round < 3; ++round) {
+        for (int y = 0; y < height; ++y) {
+            pass(data + y * stride, width, step);
+        }
+        for (int x = 0; x < width; ++x) {
+            pass(data + x * step, height, stride);
+        }
+    }
+}
+
+void blur(const ImageView& image, double sigma) {
+    for (int channel = 0; channel < 4; ++channel) {
+        blurPlane(image.data + channel, image.width, image.height, 4, image.stride, sigma);
+    }
+}
+
 }  // namespace quillo::render

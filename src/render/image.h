@@ -62,6 +62,14 @@ Result<void> savePNG(const ImageView& image, const std::filesystem::path& file);
 // Copies `source` into `target` at (x, y), clipped to the target.
 void copyPixels(const ImageView& source, const ImageView& target, int x, int y);
 
+// Blurs one 8-bit channel in place (`step` bytes between pixels, `stride` between rows) with
+// three box passes each way, which approximates a Gaussian of the given sigma closely and costs
+// the same for any sigma. Edges repeat the outermost pixels.
+void blurPlane(uint8_t* data, int width, int height, ptrdiff_t step, ptrdiff_t stride,
+               double sigma);
+// Blurs all four channels of an image.
+void blur(const ImageView& image, double sigma);
+
 // Multiplies every channel by `opacity` (0–1): premultiplied fading.
 void fade(const ImageView& image, double opacity);
 
