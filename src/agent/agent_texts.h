@@ -30,6 +30,9 @@ inline constexpr const char* kNoCursorData = "This recording has no cursor data.
 inline constexpr const char* kNothingToUndo = "There is nothing to undo.";
 inline constexpr const char* kNothingToRedo = "There is nothing to redo.";
 inline constexpr const char* kExportRunning = "Wait for the export to finish.";
+inline constexpr const char* kNoCaptions =
+    "This recording has no captions yet. Use generate_captions or set_captions first.";
+inline constexpr const char* kCountdownChoices = "countdown must be 0, 3, 5, or 10.";
 // The named keys press_key takes besides letters, digits and punctuation.
 inline constexpr const char* kNamedKeys =
     "return, enter, tab, space, delete, backspace, forward_delete, escape, left, right, up, "

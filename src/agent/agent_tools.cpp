@@ -9,6 +9,11 @@
 #include <turbojpeg.h>
 
 #include "agent_texts.h"
+#include "caption_tools.h"
+#include "captions/caption_renderer.h"
+#include "redaction/redaction.h"
+#include "redaction/sensitive_scanner.h"
+#include "tool_context.h"
 #include "base/cancel_token.h"
 #include "demo_markers.h"
 #include "editor/auto_zoom.h"
@@ -27,14 +32,6 @@ namespace quillo::agent {
 namespace fs = std::filesystem;
 using editor::EditorModel;
 using project::Edits;
-
-// Propagates a failed Result from inside a handler.
-#define TRY_ASSIGN(name, expression)  \
-    auto name##Result = (expression); \
-    if (!name##Result) {              \
-        return name##Result.error();  \
-    }                                 \
-    auto name = std::move(*name##Result)
 
 namespace {
 
@@ -133,6 +130,82 @@ Result<void> eraseAt(std::vector<T>& list, int64_t index, const std::string& mis
     return {};
 }
 
+Json optionsJson(const RecordingOptions& options) {
+    return {{"microphone", options.microphone},
+            {"system_audio", options.systemAudio},
+            {"countdown", options.countdown},
+            {"smooth_cursor", options.smoothCursor},
+            {"auto_polish", options.autoPolish},
+            {"step_aside", options.stepAside},
+            {"floating_controls", options.floatingControls}};
+}
+
+Result<Content> setOptions(Studio& studio, const Arguments& args) {
+    TRY_ASSIGN(microphone, args.optionalBoolean("microphone"));
+    TRY_ASSIGN(systemAudio, args.optionalBoolean("system_audio"));
+    TRY_ASSIGN(countdown, args.optionalInteger("countdown"));
+    TRY_ASSIGN(smoothCursor, args.optionalBoolean("smooth_cursor"));
+    TRY_ASSIGN(autoPolish, args.optionalBoolean("auto_polish"));
+    TRY_ASSIGN(stepAside, args.optionalBoolean("step_aside"));
+    TRY_ASSIGN(floatingControls, args.optionalBoolean("floating_controls"));
+    if (countdown && *countdown != 0 && *countdown != 3 && *countdown != 5 && *countdown != 10) {
+        return AppError(texts::kCountdownChoices);
+    }
+    Result<Content> result = AppError("");
+    studio.onMain([&] {
+        RecordingOptions options = studio.options();
+        options.microphone = microphone.value_or(options.microphone);
+        options.systemAudio = systemAudio.value_or(options.systemAudio);
+        options.countdown = countdown.value_or(options.countdown);
+        options.smoothCursor = smoothCursor.value_or(options.smoothCursor);
+        options.autoPolish = autoPolish.value_or(options.autoPolish);
+        options.stepAside = stepAside.value_or(options.stepAside);
+        options.floatingControls = floatingControls.value_or(options.floatingControls);
+        auto stored = studio.setOptions(options);
+        result = stored ? Result<Content>(Content{jsonItem({{"options", optionsJson(options)}})})
+                        : Result<Content>(stored.error());
+    });
+    return result;
+}
+
+// Scans the recording's kept stretch (trim in to trim out) on this worker thread.
+Result<Content> findSensitiveInfo(const ToolContext& context, const Arguments& args) {
+    TRY_ASSIGN(apply, args.optionalBoolean("apply"));
+    fs::path movie;
+    double start = 0;
+    double end = 0;
+    auto found = context.withEditor(args, [&](EditorModel& editor) -> Result<Content> {
+        movie = editor.project().recordingFile();
+        start = editor.edits().trimStart;
+        end = editor.edits().trimEnd;
+        return Content{};
+    });
+    if (!found) {
+        return found.error();
+    }
+    redaction::SensitiveScanner scanner;
+    TRY_ASSIGN(proposals, scanner.scan(movie, start, end, redaction::sensitive_scan::kInterval,
+                                       nullptr, {}));
+    Json list = Json::array();
+    for (const project::Redaction& proposal : proposals) {
+        list.push_back(project::toJson(proposal));
+    }
+    if (!apply.value_or(false) || proposals.empty()) {
+        return Content{jsonItem({{"proposals", list}, {"applied", false}})};
+    }
+    auto added = context.edit(args, [&](Edits& edits, EditorModel&) -> Result<void> {
+        std::vector<project::Redaction> redactions = edits.redactionList();
+        redactions.insert(redactions.end(), proposals.begin(), proposals.end());
+        project::sortByStart(redactions);
+        edits.redactions = redactions;
+        return {};
+    });
+    if (!added) {
+        return added.error();
+    }
+    return Content{jsonItem({{"proposals", list}, {"applied", true}})};
+}
+
 }  // namespace
 
 // Analysed recordings by id, so asking twice does not analyse twice. Any thread.
@@ -164,7 +237,12 @@ Json AgentTools::jpeg(const std::string& bytes) {
     return {{"type", "image"}, {"data", base64(bytes)}, {"mimeType", "image/jpeg"}};
 }
 
-AgentTools::AgentTools(std::shared_ptr<Studio> studio) : m_studio(std::move(studio)) { build(); }
+AgentTools::AgentTools(std::shared_ptr<Studio> studio) : m_studio(std::move(studio)) {
+    // Exports and rendered frames made through the tools draw redactions and captions.
+    redaction::registerDrawing();
+    captions::registerBurnIn();
+    build();
+}
 
 Json AgentTools::definitions() const {
     static const std::vector<std::string> readOnly = {
@@ -204,46 +282,15 @@ void AgentTools::build() {
     using namespace schema;
     std::shared_ptr<Studio> studio = m_studio;
 
-    // Runs `work` with the recording's editor on the main queue.
-    auto withEditor =
-        [studio](const Arguments& args,
-                 const std::function<Result<Content>(EditorModel&)>& work) -> Result<Content> {
-        TRY_ASSIGN(id, args.string("id"));
-        Result<Content> result = AppError("");
-        studio->onMain([&] {
-            auto editor = studio->editor(id);
-            result = editor ? work(**editor) : Result<Content>(editor.error());
-        });
-        return result;
+    const ToolContext context{studio};
+    auto withEditor = [context](const Arguments& args, const auto& work) {
+        return context.withEditor(args, work);
     };
-    // Runs `work` with the recording's project folder on the main queue.
-    auto withProject =
-        [studio](
-            const std::string& which,
-            const std::function<Result<Content>(project::LocalProject&)>& work) -> Result<Content> {
-        Result<Content> result = AppError("");
-        studio->onMain([&] {
-            auto project = studio->recording(which);
-            result = project ? work(*project) : Result<Content>(project.error());
-        });
-        return result;
+    auto withProject = [context](const std::string& which, const auto& work) {
+        return context.withProject(which, work);
     };
-    // Changes the recipe through the editor's one commit step; its message on refusal.
-    auto edit =
-        [withEditor](
-            const Arguments& args,
-            const std::function<Result<void>(Edits&, EditorModel&)>& change) -> Result<Content> {
-        return withEditor(args, [&](EditorModel& editor) -> Result<Content> {
-            Edits candidate = editor.edits();
-            if (auto changed = change(candidate, editor); !changed) {
-                return changed.error();
-            }
-            if (!editor.commit(std::move(candidate))) {
-                return AppError(editor.status());
-            }
-            return Content{jsonText({{"edits", project::toJson(editor.edits())},
-                                     {"duration", editor.edits().outputDuration()}})};
-        });
+    auto edit = [context](const Arguments& args, const auto& change) {
+        return context.edit(args, change);
     };
     auto noSource = [](const Arguments&) -> Result<Content> { return AppError(texts::kNoSource); };
     auto notYet = [](const Arguments&) -> Result<Content> { return AppError(texts::kNotYet); };
@@ -260,10 +307,15 @@ void AgentTools::build() {
         "Recording state, the shared source and its screenshot size, Interact and permission "
         "state, recording options, and the recording open in the editor.",
         Json::object(), {}, [studio](const Arguments&) -> Result<Content> {
-            Json status = {{"state", "idle"}, {"source", nullptr}, {"recording", nullptr}};
+            Json status = {{"state", "idle"},
+                           {"source", nullptr},
+                           {"recording", nullptr},
+                           {"interact", {{"available", false}}},
+                           {"permissions", {{"screen", true}, {"accessibility", false}}}};
             studio->onMain([&] {
                 auto open = studio->openRecording();
                 status["editor"] = open ? Json(*open) : Json(nullptr);
+                status["options"] = optionsJson(studio->options());
             });
             return Content{jsonText(status)};
         });
@@ -346,7 +398,7 @@ void AgentTools::build() {
           boolean("Give new recordings automatic zooms, click highlights, and a backdrop.")},
          {"step_aside", boolean("Switch to the recorded app when recording starts.")},
          {"floating_controls", boolean("Show the floating stop/pause pill while recording.")}},
-        {}, notYet);
+        {}, [studio](const Arguments& args) { return setOptions(*studio, args); });
     add("start_recording",
         "Starts recording the shared source (after the countdown) and returns once it's "
         "rolling.",
@@ -735,7 +787,7 @@ void AgentTools::build() {
                          "with a preset.",
                          {"original", "1080p", "720p"})},
          {"path", string("Where to save (default: the library's Exports folder).")}},
-        {"id"}, [studio, withEditor](const Arguments& args) -> Result<Content> {
+        {"id"}, [studio, context, withEditor](const Arguments& args) -> Result<Content> {
             TRY_ASSIGN(presetText, args.optionalString("preset"));
             TRY_ASSIGN(reframe, args.optionalBoolean("reframe"));
             TRY_ASSIGN(formatText, args.optionalString("format"));
@@ -781,18 +833,7 @@ void AgentTools::build() {
             if (!found) {
                 return found.error();
             }
-            fs::path destination;
-            if (path) {
-                std::error_code error;
-                destination = fs::is_directory(*path, error)
-                                  ? render::uniqueDestination(*path, spec.fileName(title))
-                                  : fs::path(*path);
-            } else {
-                fs::path exports = studio->library().root() / "Exports";
-                std::error_code ignored;
-                fs::create_directories(exports, ignored);
-                destination = render::uniqueDestination(exports, spec.fileName(title));
-            }
+            fs::path destination = context.destination(path, spec.fileName(title));
             auto done = render::exportRecording(folder, spec, destination, nullptr, {});
             studio->onMain([&] { editor->setExporting(false); });
             if (!done) {
@@ -906,11 +947,11 @@ void AgentTools::build() {
         {{"id", id},
          {"language", string("Locale identifier such as en_US or de_DE (default: the user's "
                              "caption language, else the system's).")}},
-        {"id"}, notYet);
+        {"id"}, [context](const Arguments& args) { return caption_tools::generate(context, args); });
     add("get_captions",
         "The recording's captions (index, start, end, text; seconds on the recording's "
         "timeline) and their style.",
-        {{"id", id}}, {"id"}, notYet);
+        {{"id", id}}, {"id"}, [context](const Arguments& args) { return caption_tools::get(context, args); });
     add("set_captions",
         "Replaces all captions. Times are seconds on the recording's timeline, in order, not "
         "overlapping. Lines whose times are unchanged keep their word timings.",
@@ -923,7 +964,7 @@ void AgentTools::build() {
              {"properties",
               {{"start", seconds}, {"end", seconds}, {"text", string("What's said.")}}},
              {"required", {"start", "end", "text"}}}}}}},
-        {"id", "segments"}, notYet);
+        {"id", "segments"}, [context](const Arguments& args) { return caption_tools::set(context, args); });
     add("set_caption_style", "How captions look in the video. Only the fields given change.",
         {{"id", id},
          {"visible", boolean("Burn captions into the video.")},
@@ -935,14 +976,14 @@ void AgentTools::build() {
          {"max_characters", integer("Characters per line, 12–80; captions show at most two "
                                     "lines at a time.")},
          {"highlight_words", boolean("Highlight each word as it's spoken.")}},
-        {"id"}, notYet);
+        {"id"}, [context](const Arguments& args) { return caption_tools::setStyle(context, args); });
     add("export_captions",
         "Writes the captions as a subtitle file timed to the finished video (trim, cuts, and "
         "speed-ups applied) and returns its path.",
         {{"id", id},
          {"format", string("Subtitle format (default srt).", {"srt", "vtt"})},
          {"path", string("Where to save (default: the library's Exports folder).")}},
-        {"id"}, notYet);
+        {"id"}, [context](const Arguments& args) { return caption_tools::exportFile(context, args); });
     std::vector<std::string> layouts;
     for (const auto& [layout, raw] : EnumTable<project::CameraLayout>::cases) {
         layouts.emplace_back(raw);
@@ -1062,7 +1103,7 @@ void AgentTools::build() {
         "Takes a while for long clips.",
         {{"id", id},
          {"apply", boolean("Add the proposed redactions (default false: only report them).")}},
-        {"id"}, notYet);
+        {"id"}, [context](const Arguments& args) { return findSensitiveInfo(context, args); });
 
     // --- demo steps and markers
     add("demo_step",

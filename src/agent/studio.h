@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <optional>
 #include <string>
@@ -11,8 +12,23 @@
 namespace quillo::editor {
 class EditorModel;
 }
+namespace quillo::captions {
+class CaptionJobs;
+}
 
 namespace quillo::agent {
+
+// The recording options an agent may read and change (set_options).
+struct RecordingOptions {
+    bool microphone = false;
+    bool systemAudio = true;
+    int64_t countdown = 3;
+    bool smoothCursor = true;
+    bool autoPolish = true;
+    bool stepAside = true;
+    bool floatingControls = true;
+    bool operator==(const RecordingOptions&) const = default;
+};
 
 // What the agent tools need of the studio model: the library, the open editors and the main
 // queue they live on. The application implements it; tests may too.
@@ -35,6 +51,14 @@ public:
     virtual std::optional<std::string> openRecording() const = 0;
     // Forgets a recording's editor and tab (after it was renamed or deleted).
     virtual void forget(const std::string& id) = 0;
+
+    // The recording options and the user's settings behind them.
+    virtual RecordingOptions options() const = 0;
+    virtual Result<void> setOptions(const RecordingOptions& options) = 0;
+    // The transcription language: the user's caption language, else the system's.
+    virtual std::string captionLanguage() const = 0;
+    // The running transcriptions, one per recording (any thread).
+    virtual captions::CaptionJobs& captionJobs() = 0;
 };
 
 }  // namespace quillo::agent

@@ -73,7 +73,7 @@ int runHeadless() {
     auto projects = library.load();
 
     // The agents' way in: the control server with the tool table over the studio model.
-    auto studio = std::make_shared<app::StudioModel>(library, mainQueue);
+    auto studio = std::make_shared<app::StudioModel>(library, mainQueue, preferences);
     auto tools = std::make_shared<agent::AgentTools>(studio);
     agent::ControlServer server(supportFolder() / "mcp.json");
     auto startServer = [&] {

@@ -1,6 +1,7 @@
 #include "studio_model.h"
 
 #include <algorithm>
+#include <cstdlib>
 
 #include "agent/agent_texts.h"
 
@@ -8,8 +9,9 @@ namespace quillo::app {
 
 namespace fs = std::filesystem;
 
-StudioModel::StudioModel(project::ProjectLibrary library, TaskQueue& mainQueue)
-    : m_library(std::move(library)), m_main(mainQueue) {}
+StudioModel::StudioModel(project::ProjectLibrary library, TaskQueue& mainQueue,
+                         Preferences& preferences)
+    : m_library(std::move(library)), m_main(mainQueue), m_preferences(preferences) {}
 
 void StudioModel::onMain(const std::function<void()>& work) { m_main.invoke(work); }
 
@@ -69,6 +71,50 @@ void StudioModel::forget(const std::string& id) {
     if (m_open == id) {
         m_open.reset();
     }
+}
+
+agent::RecordingOptions StudioModel::options() const {
+    agent::RecordingOptions options;
+    options.microphone = m_preferences.get(prefs::microphone);
+    options.systemAudio = m_preferences.get(prefs::systemAudio);
+    options.countdown = m_preferences.get(prefs::countdown);
+    options.smoothCursor = m_preferences.get(prefs::smoothCursor);
+    options.autoPolish = m_preferences.get(prefs::autoPolish);
+    options.stepAside = m_preferences.get(prefs::stepAside);
+    options.floatingControls = m_preferences.get(prefs::floatingControls);
+    return options;
+}
+
+Result<void> StudioModel::setOptions(const agent::RecordingOptions& options) {
+    for (Result<void> stored : {m_preferences.set(prefs::microphone, options.microphone),
+                                m_preferences.set(prefs::systemAudio, options.systemAudio),
+                                m_preferences.set(prefs::countdown, options.countdown),
+                                m_preferences.set(prefs::smoothCursor, options.smoothCursor),
+                                m_preferences.set(prefs::autoPolish, options.autoPolish),
+                                m_preferences.set(prefs::stepAside, options.stepAside),
+                                m_preferences.set(prefs::floatingControls,
+                                                  options.floatingControls)}) {
+        if (!stored) {
+            return stored;
+        }
+    }
+    return {};
+}
+
+std::string StudioModel::captionLanguage() const {
+    if (auto chosen = m_preferences.get(prefs::captionLanguage); chosen && !chosen->empty()) {
+        return *chosen;
+    }
+    // The system's language from the locale environment, "de_DE.UTF-8" giving "de_DE".
+    for (const char* name : {"LC_ALL", "LC_MESSAGES", "LANG"}) {
+        const char* value = std::getenv(name);
+        std::string locale = value ? value : "";
+        locale = locale.substr(0, locale.find_first_of(".@"));
+        if (!locale.empty() && locale != "C" && locale != "POSIX") {
+            return locale;
+        }
+    }
+    return "en_US";
 }
 
 }  // namespace quillo::app

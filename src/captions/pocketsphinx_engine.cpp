@@ -25,7 +25,6 @@ constexpr size_t kPadding = 30;                     // frames of pause kept arou
 constexpr double kFloorMargin = 12;                 // dB over the quiet floor
 constexpr double kLoudMargin = 6;                   // dB under the loud level
 constexpr double kSilenceLevel = -50;               // dB full scale: always silence below
-constexpr size_t kFeedSamples = kSpeechSampleRate * 100;
 constexpr int kMaxThreads = 2;
 
 std::vector<double> frameLevels(const std::vector<int16_t>& samples) {
@@ -73,27 +72,17 @@ Result<DecoderPtr> openDecoder(const std::filesystem::path& model) {
     return decoder;
 }
 
-// Decodes one chunk as an utterance; words are timed in seconds of the whole sound.
-// Returns nullopt when cancelled.
-std::optional<std::vector<CaptionWord>> decodeChunk(ps_decoder_t* decoder,
-                                                    const std::vector<int16_t>& samples,
-                                                    const SpeechChunk& chunk,
-                                                    std::atomic<size_t>& done,
-                                                    const CancelToken& cancel) {
+// Decodes one chunk as a whole utterance (which normalises the sound over all of it, more
+// accurately than the running estimate of live decoding); words are timed in seconds of the
+// whole sound.
+std::vector<CaptionWord> decodeChunk(ps_decoder_t* decoder, const std::vector<int16_t>& samples,
+                                     const SpeechChunk& chunk) {
     // A new stream restarts the decoder's frame count, which times the words from the chunk's
     // start.
     if (ps_start_stream(decoder) < 0 || ps_start_utt(decoder) < 0) {
-        return std::vector<CaptionWord>{};
+        return {};
     }
-    for (size_t at = chunk.begin; at < chunk.end; at += kFeedSamples) {
-        if (cancel.isCancelled()) {
-            ps_end_utt(decoder);
-            return std::nullopt;
-        }
-        const size_t count = std::min(kFeedSamples, chunk.end - at);
-        ps_process_raw(decoder, samples.data() + at, count, FALSE, TRUE);
-        done += count;
-    }
+    ps_process_raw(decoder, samples.data() + chunk.begin, chunk.end - chunk.begin, FALSE, TRUE);
     ps_end_utt(decoder);
 
     const double origin = static_cast<double>(chunk.begin) / kSpeechSampleRate;
@@ -225,10 +214,8 @@ Result<SpeechRuns> PocketSphinxEngine::recognize(const std::filesystem::path& wa
         auto decoder = openDecoder(m_model);
         if (decoder) {
             for (size_t i = next++; i < chunks.size() && !cancel.isCancelled(); i = next++) {
-                auto words = decodeChunk(decoder->get(), *samples, chunks[i], done, cancel);
-                if (words) {
-                    results[i] = std::move(*words);
-                }
+                results[i] = decodeChunk(decoder->get(), *samples, chunks[i]);
+                done += chunks[i].end - chunks[i].begin;
             }
         }
         std::lock_guard lock(mutex);

@@ -22,10 +22,11 @@ struct SpeechChunk {
 // keeping up to 0.3 s of each silence on both sides; stretches with under 80 ms of sound over
 // the threshold (clicks) are left out. A stretch longer than
 // `maxSeconds` is cut at its quietest frame in its second half.
-std::vector<SpeechChunk> speechChunks(const std::vector<int16_t>& samples, double maxSeconds = 20);
+std::vector<SpeechChunk> speechChunks(const std::vector<int16_t>& samples, double maxSeconds = 15);
 
 // The recogniser of Debian's pocketsphinx with its US English model. Decodes the chunks on up to
 // two threads, one decoder each (a decoder is not thread-safe and loads its own model).
+// Cancelling takes effect between chunks, so within one chunk's decoding (a few seconds).
 class PocketSphinxEngine : public SpeechEngine {
 public:
     // The model's folder; the default is Debian's pocketsphinx-en-us package.

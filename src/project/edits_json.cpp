@@ -26,14 +26,6 @@ Json toJson(const Reframe& reframe) {
     return {{"width", reframe.width}, {"height", reframe.height}, {"follow", reframe.follow}};
 }
 
-Json toJson(const CaptionStyle& captions) {
-    return {{"visible", captions.visible},
-            {"size", captions.size},
-            {"position", rawValue(captions.position)},
-            {"background", rawValue(captions.background)},
-            {"maxCharacters", captions.maxCharacters},
-            {"highlightWords", captions.highlightWords}};
-}
 
 Json toJson(const CameraStyle& camera) {
     return {{"layout", rawValue(camera.layout)},
@@ -140,6 +132,15 @@ Edits readEdits(JsonReader& r) {
 }
 
 }  // namespace
+
+Json toJson(const CaptionStyle& captions) {
+    return {{"visible", captions.visible},
+            {"size", captions.size},
+            {"position", rawValue(captions.position)},
+            {"background", rawValue(captions.background)},
+            {"maxCharacters", captions.maxCharacters},
+            {"highlightWords", captions.highlightWords}};
+}
 
 Json toJson(const ZoomSection& zoom) {
     Json json = {{"start", zoom.start},

@@ -22,5 +22,6 @@ Result<Edits> decodeEdits(std::string_view text);
 Json toJson(const ZoomSection& zoom);
 Json toJson(const TimeSegment& segment);
 Json toJson(const Redaction& redaction);
+Json toJson(const CaptionStyle& captions);
 
 }  // namespace quillo::project

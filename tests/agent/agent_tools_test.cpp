@@ -39,8 +39,10 @@ protected:
         ASSERT_TRUE(created);
         fs::copy_file(*s_movie / "recording.mp4", created->recordingFile());
         id = created->id();
+        store = std::make_unique<PreferenceStore>(home / "preferences.json");
+        preferences = std::make_unique<app::Preferences>(*store);
         studio = std::make_shared<app::StudioModel>(project::ProjectLibrary(home / "Library"),
-                                                    mainQueue);
+                                                    mainQueue, *preferences);
         tools = std::make_unique<AgentTools>(studio);
     }
     void TearDown() override {
@@ -71,6 +73,8 @@ protected:
     LoopMainQueue mainQueue;
     std::thread mainThread;
     std::string id;
+    std::unique_ptr<PreferenceStore> store;
+    std::unique_ptr<app::Preferences> preferences;
     std::shared_ptr<app::StudioModel> studio;
     std::unique_ptr<AgentTools> tools;
 };
