@@ -6,6 +6,7 @@
 #include <string_view>
 #include <vector>
 
+#include "agent/demo_script.h"
 #include "base/preference_store.h"
 #include "editor/dead_time_options.h"
 #include "project/edits.h"
@@ -14,8 +15,7 @@
 
 namespace quillo::app {
 
-// Pace of scripted demos.
-enum class DemoPace { Calm, Normal, Brisk };
+using agent::DemoPace;
 
 // A setting: its key in preferences.json and the value it reads as when unset or stored with
 // the wrong type (or, for choices, an unknown raw value).
@@ -173,14 +173,3 @@ requires std::is_enum_v<E> Result<void> Preferences::set(const PreferenceKey<E>&
 }
 
 }  // namespace quillo::app
-
-namespace quillo {
-
-template <>
-struct EnumTable<app::DemoPace> {
-    using E = app::DemoPace;
-    static constexpr std::pair<E, std::string_view> cases[] = {
-        {E::Calm, "calm"}, {E::Normal, "normal"}, {E::Brisk, "brisk"}};
-};
-
-}  // namespace quillo

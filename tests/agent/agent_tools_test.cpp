@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "app/studio_model.h"
+#include "base/files.h"
 #include "base/main_queue.h"
 #include "project/project_library.h"
 #include "support/movies.h"
@@ -181,6 +182,64 @@ TEST_F(Tools, RenderExportRenameDelete) {
     EXPECT_FALSE(failed) << gone;
     EXPECT_FALSE(fs::exists(newId));
     EXPECT_TRUE(ok("list_recordings", Json::object())["recordings"].empty());
+}
+
+TEST_F(Tools, CaptionsAreSetStyledAndExported) {
+    // The test movie has no sound.
+    EXPECT_EQ(call("generate_captions", {{"id", id}}).first,
+              "Couldn't read the recording's sound.");
+    EXPECT_EQ(call("export_captions", {{"id", id}}).first,
+              "This recording has no captions yet. Use generate_captions or set_captions first.");
+    EXPECT_EQ(
+        call("set_captions", {{"id", id}, {"segments", {{{"start", 1}, {"text", "x"}}}}}).first,
+        "Missing or invalid \"segments\".");
+    EXPECT_TRUE(call("set_captions", {{"id", id},
+                                      {"segments",
+                                       {{{"start", 2}, {"end", 3}, {"text", "b"}},
+                                        {{"start", 1}, {"end", 2.5}, {"text", "a"}}}}})
+                    .second);
+
+    Json set = ok("set_captions", {{"id", id},
+                                   {"segments",
+                                    {{{"start", 0.5}, {"end", 1.5}, {"text", "Hello there"}},
+                                     {{"start", 2}, {"end", 3}, {"text", "General remarks"}}}}});
+    EXPECT_EQ(set["captions"][1]["text"], "General remarks");
+    EXPECT_EQ(set["visible"], true);
+    Json styled = ok("set_caption_style",
+                     {{"id", id}, {"position", "top"}, {"max_characters", 200}, {"size", 3}});
+    EXPECT_EQ(styled["edits"]["captions"]["position"], "top");
+    EXPECT_EQ(styled["edits"]["captions"]["maxCharacters"], 80);
+    EXPECT_EQ(styled["edits"]["captions"]["size"], 2.5);
+    EXPECT_EQ(call("set_caption_style", {{"id", id}, {"background", "box"}}).first,
+              "Missing or invalid \"background\".");
+
+    // Cut the first second: the file follows the finished video.
+    ok("add_segment", {{"id", id}, {"start", 0}, {"end", 1}, {"speed", 0}});
+    Json exported = ok("export_captions", {{"id", id}, {"format", "vtt"}});
+    auto text = readFile(exported["path"].get<std::string>());
+    ASSERT_TRUE(text);
+    EXPECT_EQ(*text,
+              "WEBVTT\n\n00:00:00.000 --> 00:00:00.500\nHello there\n\n"
+              "00:00:01.000 --> 00:00:02.000\nGeneral remarks\n");
+    Json listed = ok("get_captions", {{"id", id}});
+    EXPECT_EQ(listed["captions"].size(), 2u);
+    EXPECT_EQ(listed["style"]["position"], "top");
+}
+
+TEST_F(Tools, OptionsStatusAndSensitiveInfo) {
+    EXPECT_EQ(call("set_options", {{"id", id}, {"countdown", 4}}).first,
+              "countdown must be 0, 3, 5, or 10.");
+    Json set = ok("set_options", {{"microphone", true}, {"countdown", 10}});
+    EXPECT_EQ(set["options"]["microphone"], true);
+    EXPECT_EQ(set["options"]["system_audio"], true);
+    Json status = ok("get_status", Json::object());
+    EXPECT_EQ(status["options"]["countdown"], 10);
+    EXPECT_EQ(preferences->get(app::prefs::countdown), 10);
+
+    // A test pattern has no private text.
+    Json found = ok("find_sensitive_info", {{"id", id}, {"apply", true}});
+    EXPECT_EQ(found["proposals"], Json::array());
+    EXPECT_EQ(found["applied"], false);
 }
 
 }  // namespace

@@ -292,6 +292,9 @@ TEST_F(SensitiveScan, ChangedLinesAreReadAgainAndFollowedInTime) {
     SensitiveScanner scanner;
     auto found = scanner.scan(folder / "typing.mp4", 0, 4, 0.5, nullptr, cancel);
     ASSERT_TRUE(found) << found.error().message;
+    for (auto& r : *found)
+        std::fprintf(stderr, "DBG %s %.2f-%.2f %.3f %.3f %.3f %.3f\n", r.label->c_str(), r.start,
+                     r.end, r.x, r.y, r.width, r.height);
     ASSERT_EQ(found->size(), 2u);
     EXPECT_EQ((*found)[0].label, "Email");
     EXPECT_EQ((*found)[0].start, 0);
