@@ -12,6 +12,8 @@
 #include "agent/mcp_bridge.h"
 #include "agent/mcp_protocol.h"
 #include "base/main_queue.h"
+#include "captions/caption_renderer.h"
+#include "redaction/redaction.h"
 #include "base/paths.h"
 #include "export_command.h"
 #include "inspect.h"
@@ -126,6 +128,9 @@ int main(int argc, char** argv) {
         std::cout << kUsage;
         return 0;
     }
+    // Every finished frame, in every mode, hides what the recipe redacts and shows its captions.
+    redaction::registerDrawing();
+    captions::registerBurnIn();
     if (command == "inspect") {
         if (argc != 3) {
             std::cerr << "quillo inspect needs one project folder.\n\n" << kUsage;

@@ -330,6 +330,7 @@ private:
                     }
                 }
             }
+            std::fprintf(stderr, "DBG match [%s] aligned %d\n", match.text.c_str(), aligned);
             found.push_back({match.kind, std::move(match.text), box.value_or(lineBox)});
         }
         return more;

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include "captions/caption_renderer.h"
+#include "render/exporter.h"
 #include "support/movies.h"
 #include "support/temp_folder.h"
 
@@ -247,6 +248,34 @@ TEST(CaptionRenderer, DrawsThePageWhereTheStyleSays) {
 
     style.visible = false;
     EXPECT_EQ(count(drawn(style), white, true), 0);
+}
+
+TEST(CaptionRenderer, FinishedFramesBurnInTheSavedTrack) {
+    testing::TempFolder folder;
+    testing::ffmpeg("-f lavfi -i color=gray:size=320x180:rate=10:duration=3 -pix_fmt yuv420p",
+                    folder / "recording.mp4");
+    CaptionTrack track;
+    track.segments = {segmentOf(spoken("Hello captions", 1))};
+    ASSERT_TRUE(track.save(folder.path()));
+    registerBurnIn();
+    auto whiteInBottomHalf = [&](const Edits& edits, double t) {
+        auto plan = render::renderPlan(folder.path(), edits);
+        EXPECT_TRUE(plan);
+        auto frame = render::renderFrame(*plan, t);
+        EXPECT_TRUE(frame);
+        int white = 0;
+        for (int y = frame->height / 2; y < frame->height; ++y) {
+            for (int x = 0; x < frame->width; ++x) {
+                white += frame->view().pixel(x, y)[1] > 240 ? 1 : 0;
+            }
+        }
+        return white;
+    };
+    Edits edits = Edits::fresh(3);
+    EXPECT_EQ(whiteInBottomHalf(edits, 1.2), 0);  // no captions style: not shown
+    edits.captions = project::CaptionStyle{};
+    EXPECT_GT(whiteInBottomHalf(edits, 1.2), 100);
+    EXPECT_EQ(whiteInBottomHalf(edits, 2.5), 0);  // nobody speaks
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 
 #include "editor/editor_fixture.h"
 #include "redaction/redaction_editor.h"
+#include "render/exporter.h"
 #include "support/movies.h"
 #include "support/temp_folder.h"
 
@@ -131,6 +132,32 @@ TEST(Redaction, MovesAndScalesWithThePicture) {
     box.end = 2;
     apply(box, out.view(), zoom, {100, 50}, 0.5);
     EXPECT_NEAR(out.view().pixel(70, 40)[0], 128, 1);
+}
+
+TEST(Redaction, FinishedFramesHideTheAreaThroughZooms) {
+    // A white recording, zoomed 2× on its centre, with a black box over its centre quarter: the
+    // box fills the middle of the finished frame and the border stays white.
+    testing::TempFolder folder;
+    testing::ffmpeg("-f lavfi -i color=white:size=160x120:rate=10:duration=2 -pix_fmt yuv420p",
+                    folder / "recording.mp4");
+    project::Edits edits = project::Edits::fresh(2);
+    project::ZoomSection zoom;
+    zoom.start = 0;
+    zoom.end = 2;
+    zoom.scale = 2;
+    zoom.follow = false;
+    edits.zooms = {zoom};
+    edits.redactions = std::vector{make(0, 2, {0.375, 0.375, 0.25, 0.25}, RedactionStyle::Box)};
+    registerDrawing();
+    auto plan = render::renderPlan(folder.path(), edits);
+    ASSERT_TRUE(plan) << plan.error().message;
+    auto frame = render::renderFrame(*plan, 1);
+    ASSERT_TRUE(frame) << frame.error().message;
+    // Unzoomed the box is 40 × 30 pixels at the centre; at 2× it is 80 × 60.
+    EXPECT_LT(frame->view().pixel(80, 60)[1], 10);
+    EXPECT_LT(frame->view().pixel(45, 35)[1], 10);
+    EXPECT_GT(frame->view().pixel(35, 25)[1], 245);
+    EXPECT_GT(frame->view().pixel(125, 95)[1], 245);
 }
 
 using RedactionEditorTest = editor::EditorFixture;

@@ -311,6 +311,7 @@ TEST_F(SensitiveScan, ChangedLinesAreReadAgainAndFollowedInTime) {
     SensitiveScanner whole(1, false);
     auto everyFrame = whole.scan(folder / "typing.mp4", 0, 4, 0.5, nullptr, cancel);
     ASSERT_TRUE(everyFrame);
+    for (auto& r : *everyFrame) std::fprintf(stderr, "DBG naive %s %.2f-%.2f %.3f %.3f %.3f %.3f\n", r.label->c_str(), r.start, r.end, r.x, r.y, r.width, r.height);
     EXPECT_EQ(*everyFrame, *found);
     EXPECT_EQ(whole.statistics().recognitions, 9u);
 }
