@@ -12,6 +12,7 @@
 
 #include "base/cancel_token.h"
 #include "base/paths.h"
+#include "command_line.h"
 #include "open_recording.h"
 #include "preferences.h"
 #include "render/export_preset.h"
@@ -28,71 +29,6 @@ constexpr const char* kExportUsage =
     "                            [--reframe fit|follow] [--out PATH]\n"
     "Presets: youtube_1080p, youtube_4k, reels, x, linkedin_square, linkedin_portrait,\n"
     "         docs_gif, custom (the default)\n";
-
-// Draws "Exporting ▕█████     ▏ 42 %" on one terminal line.
-class ProgressBar {
-public:
-    explicit ProgressBar(std::ostream& err) : m_err(err), m_enabled(isatty(STDERR_FILENO)) {}
-    void update(double fraction) {
-        int percent = static_cast<int>(std::floor(std::clamp(fraction, 0.0, 1.0) * 100));
-        if (!m_enabled || percent == m_last) {
-            return;
-        }
-        m_last = percent;
-        constexpr int kWidth = 30;
-        int filled = percent * kWidth / 100;
-        std::string bar(static_cast<size_t>(filled), '#');
-        bar.append(static_cast<size_t>(kWidth - filled), ' ');
-        m_err << "\rExporting [" << bar << "] " << percent << " %" << std::flush;
-    }
-    void end() {
-        if (m_enabled && m_last >= 0) {
-            m_err << "\r\033[K" << std::flush;
-        }
-    }
-
-private:
-    std::ostream& m_err;
-    bool m_enabled;
-    int m_last = -1;
-};
-
-// Cancels `token` on SIGINT or SIGTERM while alive.
-class InterruptWatch {
-public:
-    explicit InterruptWatch(CancelToken token) {
-        sigemptyset(&m_signals);
-        sigaddset(&m_signals, SIGINT);
-        sigaddset(&m_signals, SIGTERM);
-        pthread_sigmask(SIG_BLOCK, &m_signals, &m_previous);
-        m_waiter = std::thread([this, token] {
-            int received = 0;
-            sigwait(&m_signals, &received);
-            if (!m_done) {
-                token.cancel();
-            }
-        });
-    }
-    ~InterruptWatch() {
-        m_done = true;
-        pthread_kill(m_waiter.native_handle(), SIGTERM);
-        m_waiter.join();
-        pthread_sigmask(SIG_SETMASK, &m_previous, nullptr);
-    }
-
-private:
-    sigset_t m_signals;
-    sigset_t m_previous;
-    std::atomic<bool> m_done{false};
-    std::thread m_waiter;
-};
-
-std::optional<std::string> option(const std::vector<std::string>& args, size_t& i) {
-    if (i + 1 >= args.size()) {
-        return std::nullopt;
-    }
-    return args[++i];
-}
 
 }  // namespace
 
@@ -111,7 +47,7 @@ int exportCommand(const std::vector<std::string>& args, std::ostream& out, std::
         };
         if (arg == "--preset" || arg == "--format" || arg == "--size" || arg == "--reframe" ||
             arg == "--out") {
-            auto value = option(args, i);
+            auto value = optionValue(args, i);
             if (!value) {
                 return bad(arg + " needs a value.");
             }
@@ -183,7 +119,7 @@ int exportCommand(const std::vector<std::string>& args, std::ostream& out, std::
     }
 
     CancelToken cancel;
-    ProgressBar bar(err);
+    ProgressBar bar(err, "Exporting");
     Result<void> done;
     {
         InterruptWatch watch(cancel);

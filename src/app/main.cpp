@@ -11,15 +11,16 @@
 #include "agent/control_server.h"
 #include "agent/mcp_bridge.h"
 #include "agent/mcp_protocol.h"
+#include "analysis_commands.h"
 #include "base/main_queue.h"
-#include "captions/caption_renderer.h"
-#include "redaction/redaction.h"
 #include "base/paths.h"
+#include "captions/caption_renderer.h"
 #include "export_command.h"
 #include "inspect.h"
 #include "preferences.h"
 #include "project/migration.h"
 #include "project/project_library.h"
+#include "redaction/redaction.h"
 #include "studio_model.h"
 
 #ifndef QUILLO_VERSION
@@ -37,6 +38,9 @@ constexpr const char* kUsage =
     "       quillo export FOLDER [--preset ID] [--format mp4|gif] [--size original|1080p|720p]\n"
     "                            [--reframe fit|follow] [--out PATH]\n"
     "       quillo render-frame FOLDER TIME OUT.png\n"
+    "       quillo captions FOLDER [--language LOCALE]\n"
+    "       quillo subtitles FOLDER [--format srt|vtt] [--out PATH]\n"
+    "       quillo scan FOLDER [--apply]\n"
     "       quillo --version\n"
     "\n"
     "  (no arguments)  start Quillo (headless when there is no display)\n"
@@ -46,6 +50,9 @@ constexpr const char* kUsage =
     "  inspect FOLDER  check a recording's folder: title, duration, kept pieces\n"
     "  export FOLDER   render the finished video (MP4 or GIF) with the recording's edits\n"
     "  render-frame    write the finished frame at a recording time as a PNG\n"
+    "  captions        transcribe the recording's speech on this computer into captions\n"
+    "  subtitles       write the captions as SRT or WebVTT timed to the finished video\n"
+    "  scan            find e-mail addresses, keys, card numbers… shown on screen\n"
     "  --version       print the version\n";
 
 // Runs the main loop without windows until SIGINT or SIGTERM.
@@ -137,6 +144,12 @@ int main(int argc, char** argv) {
             return 2;
         }
         return app::inspectProject(argv[2], std::cout, std::cerr);
+    }
+    if (command == "captions" || command == "subtitles" || command == "scan") {
+        std::vector<std::string> rest(argv + 2, argv + argc);
+        return command == "captions"    ? app::captionsCommand(rest, std::cout, std::cerr)
+               : command == "subtitles" ? app::subtitlesCommand(rest, std::cout, std::cerr)
+                                        : app::scanCommand(rest, std::cout, std::cerr);
     }
     if (command == "export" || command == "render-frame") {
         std::vector<std::string> rest(argv + 2, argv + argc);

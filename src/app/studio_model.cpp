@@ -86,14 +86,14 @@ agent::RecordingOptions StudioModel::options() const {
 }
 
 Result<void> StudioModel::setOptions(const agent::RecordingOptions& options) {
-    for (Result<void> stored : {m_preferences.set(prefs::microphone, options.microphone),
-                                m_preferences.set(prefs::systemAudio, options.systemAudio),
-                                m_preferences.set(prefs::countdown, options.countdown),
-                                m_preferences.set(prefs::smoothCursor, options.smoothCursor),
-                                m_preferences.set(prefs::autoPolish, options.autoPolish),
-                                m_preferences.set(prefs::stepAside, options.stepAside),
-                                m_preferences.set(prefs::floatingControls,
-                                                  options.floatingControls)}) {
+    for (Result<void> stored :
+         {m_preferences.set(prefs::microphone, options.microphone),
+          m_preferences.set(prefs::systemAudio, options.systemAudio),
+          m_preferences.set(prefs::countdown, options.countdown),
+          m_preferences.set(prefs::smoothCursor, options.smoothCursor),
+          m_preferences.set(prefs::autoPolish, options.autoPolish),
+          m_preferences.set(prefs::stepAside, options.stepAside),
+          m_preferences.set(prefs::floatingControls, options.floatingControls)}) {
         if (!stored) {
             return stored;
         }
