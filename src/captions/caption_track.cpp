@@ -206,13 +206,45 @@ void CaptionSegment::setText(const std::string& newText) {
 }
 
 std::vector<CaptionPage> CaptionSegment::pages(int maxCharacters, int maxLines) const {
-    auto lines = wrapWords(timedWords(), maxCharacters);
+    const size_t perPage = static_cast<size_t>(std::max(maxLines, 1));
+    const std::vector<CaptionWord> words = timedWords();
+    auto lines = wrapWords(words, maxCharacters);
+    const size_t count = (lines.size() + perPage - 1) / perPage;
+    // Filling pages line by line can leave a last page of a word or two that flashes by; the
+    // same number of pages with the words shared out evenly reads better, and is used whenever
+    // every page still fits.
+    std::vector<std::vector<std::vector<CaptionWord>>> grouped;
+    if (count > 1) {
+        const double share = static_cast<double>(characters(joined(words)) + 1) / count;
+        std::vector<CaptionWord> current;
+        double used = 0;
+        for (const CaptionWord& word : words) {
+            double size = characters(word.text) + 1;
+            if (!current.empty() && grouped.size() + 1 < count &&
+                used + size / 2 > share * static_cast<double>(grouped.size() + 1)) {
+                grouped.push_back(wrapWords(current, maxCharacters));
+                current.clear();
+            }
+            current.push_back(word);
+            used += size;
+        }
+        grouped.push_back(wrapWords(current, maxCharacters));
+        if (std::any_of(grouped.begin(), grouped.end(),
+                        [&](const auto& page) { return page.size() > perPage; })) {
+            grouped.clear();
+        }
+    }
+    if (grouped.empty()) {
+        for (size_t i = 0; i < lines.size(); i += perPage) {
+            size_t last = std::min(lines.size(), i + perPage);
+            grouped.emplace_back(lines.begin() + static_cast<ptrdiff_t>(i),
+                                 lines.begin() + static_cast<ptrdiff_t>(last));
+        }
+    }
     std::vector<CaptionPage> pages;
-    for (size_t i = 0; i < lines.size(); i += static_cast<size_t>(std::max(maxLines, 1))) {
+    for (auto& pageLines : grouped) {
         CaptionPage page;
-        size_t last = std::min(lines.size(), i + static_cast<size_t>(std::max(maxLines, 1)));
-        page.lines.assign(lines.begin() + static_cast<ptrdiff_t>(i),
-                          lines.begin() + static_cast<ptrdiff_t>(last));
+        page.lines = std::move(pageLines);
         page.start = pages.empty() ? start : page.lines.front().front().start;
         pages.push_back(std::move(page));
     }

@@ -90,6 +90,19 @@ TEST(CaptionTrack, WrapAndPages) {
     EXPECT_DOUBLE_EQ(pages[1].start, 1.0 + 4 * 0.3);  // "jumps"
     EXPECT_DOUBLE_EQ(pages[1].end, segment.end);
 
+    // Five lines' worth fills three pages; the words are shared out so the last page is not a
+    // lone word, and no page passes two lines.
+    CaptionSegment longer = segmentOf(
+        spoken("and mister john would have been at leisure to consider how much there might be "
+               "prudently in his power to do for them",
+               0));
+    auto shared = longer.pages(20);
+    ASSERT_EQ(shared.size(), 3u);
+    for (const CaptionPage& page : shared) {
+        EXPECT_LE(page.lines.size(), 2u);
+        EXPECT_GE(page.words().size(), 5u) << page.text();
+    }
+
     // The spoken word: the last one started by t + 1 ms.
     EXPECT_EQ(pages[0].currentWord(1.0), 0u);
     EXPECT_EQ(pages[0].currentWord(1.2995), 1u);
