@@ -178,40 +178,6 @@ std::vector<uint8_t> grayOf(const media::VideoFrame& frame) {
     return gray;
 }
 
-// `picture` enlarged `factor` times with bilinear filtering, rows packed.
-std::vector<uint8_t> enlarged(const GrayView& picture, int factor) {
-    const int width = picture.width * factor;
-    const int height = picture.height * factor;
-    std::vector<uint8_t> out(static_cast<size_t>(width) * height);
-    std::vector<int> x0(static_cast<size_t>(width));
-    std::vector<int> fx(static_cast<size_t>(width));
-    for (int x = 0; x < width; ++x) {
-        // Source position of the target pixel's centre, in 1/256 pixels.
-        int position = std::max(0, ((2 * x + 1) * 256 / factor - 256) / 2);
-        x0[static_cast<size_t>(x)] = std::min(position >> 8, picture.width - 1);
-        fx[static_cast<size_t>(x)] =
-            x0[static_cast<size_t>(x)] == picture.width - 1 ? 0 : position & 255;
-    }
-    for (int y = 0; y < height; ++y) {
-        int position = std::max(0, ((2 * y + 1) * 256 / factor - 256) / 2);
-        int y0 = std::min(position >> 8, picture.height - 1);
-        int y1 = std::min(y0 + 1, picture.height - 1);
-        int fy = position & 255;
-        const uint8_t* a = picture.data + static_cast<ptrdiff_t>(y0) * picture.stride;
-        const uint8_t* b = picture.data + static_cast<ptrdiff_t>(y1) * picture.stride;
-        uint8_t* row = out.data() + static_cast<ptrdiff_t>(y) * width;
-        for (int x = 0; x < width; ++x) {
-            size_t i = static_cast<size_t>(x);
-            int left = x0[i];
-            int right = std::min(left + 1, picture.width - 1);
-            int top = a[left] * (256 - fx[i]) + a[right] * fx[i];
-            int bottom = b[left] * (256 - fx[i]) + b[right] * fx[i];
-            row[x] = static_cast<uint8_t>((top * (256 - fy) + bottom * fy + (1 << 15)) >> 16);
-        }
-    }
-    return out;
-}
-
 bool cancelRequested(void* token, int /*words*/) {
     return static_cast<const CancelToken*>(token)->isCancelled();
 }
@@ -240,16 +206,7 @@ public:
     // early, with what it has, when `stop` is set.
     std::vector<PixelFinding> read(const GrayView& picture, int top, const CancelToken& stop) {
         std::vector<PixelFinding> found;
-        static const int scaleEnv = std::getenv("QSCALE") ? std::atoi(std::getenv("QSCALE")) : 1;
-        m_scale = scaleEnv;
-        std::vector<uint8_t> larger;
-        if (m_scale > 1) {
-            larger = enlarged(picture, m_scale);
-            m_api.SetImage(larger.data(), picture.width * m_scale, picture.height * m_scale, 1,
-                           picture.width * m_scale);
-        } else {
-            m_api.SetImage(picture.data, picture.width, picture.height, 1, picture.stride);
-        }
+        m_api.SetImage(picture.data, picture.width, picture.height, 1, picture.stride);
         m_api.SetSourceResolution(96);
         tesseract::ETEXT_DESC monitor;
         monitor.cancel = cancelRequested;
@@ -276,17 +233,14 @@ private:
         PixelBox box;
     };
 
-    PixelBox boxAt(const tesseract::ResultIterator& it, tesseract::PageIteratorLevel level,
-                   int top) const {
+    static PixelBox boxAt(const tesseract::ResultIterator& it, tesseract::PageIteratorLevel level,
+                          int top) {
         PixelBox box;
         if (!it.BoundingBox(level, &box.left, &box.top, &box.right, &box.bottom)) {
             return {};
         }
-        // Back to working-frame pixels, rounding outwards.
-        box.left /= m_scale;
-        box.top = box.top / m_scale + top;
-        box.right = (box.right + m_scale - 1) / m_scale;
-        box.bottom = (box.bottom + m_scale - 1) / m_scale + top;
+        box.top += top;
+        box.bottom += top;
         return box;
     }
 
@@ -299,7 +253,7 @@ private:
     // Reads the line the iterator is at and moves past it; false at the end of the page. The
     // line's text is spelled out again from its symbols to learn where each one lies; should the
     // two disagree, matches get the whole line's box.
-    bool readLine(tesseract::ResultIterator& it, int top, std::vector<PixelFinding>& found) const {
+    static bool readLine(tesseract::ResultIterator& it, int top, std::vector<PixelFinding>& found) {
         const PixelBox lineBox = boxAt(it, tesseract::RIL_TEXTLINE, top);
         std::string line = textAt(it, tesseract::RIL_TEXTLINE);
         while (!line.empty() && (line.back() == '\n' || line.back() == ' ')) {
@@ -330,14 +284,12 @@ private:
                     }
                 }
             }
-            std::fprintf(stderr, "DBG match [%s] aligned %d\n", match.text.c_str(), aligned);
             found.push_back({match.kind, std::move(match.text), box.value_or(lineBox)});
         }
         return more;
     }
 
     tesseract::TessBaseAPI m_api;
-    int m_scale = 1;
 };
 
 // ---------------------------------------------------------------------------------------------
@@ -345,12 +297,12 @@ private:
 
 namespace {
 
-// A row changed when several of its pixels differ by more than kChangeThreshold in luma, or one
-// by more than kStrongChange. A key frame re-coding a still picture moves a pixel or two of a row
-// by up to about 60; new text moves many pixels by far more.
+// A row changed when one of its pixels differs by more than kStrongChange in luma, or a fortieth
+// of them by more than kChangeThreshold (faint text). A key frame re-coding a still picture moves
+// a few pixels of a row by up to about 60; new text moves some by far more.
 constexpr int kChangeThreshold = 28;
-constexpr int kChangedPixels = 3;
-constexpr int kStrongChange = 96;
+constexpr int kChangedShare = 40;
+constexpr int kStrongChange = 64;
 // Rows with more strong horizontal edges than this hold text (panel borders give a few).
 constexpr int kInkEdges = 6;
 constexpr int kEdgeStep = 40;
@@ -382,7 +334,7 @@ std::vector<bool> changedRows(const std::vector<uint8_t>& basis, const std::vect
             count += difference > kChangeThreshold;
             largest = std::max(largest, difference);
         }
-        changed[static_cast<size_t>(y)] = count >= kChangedPixels || largest > kStrongChange;
+        changed[static_cast<size_t>(y)] = count >= width / kChangedShare || largest > kStrongChange;
     }
     return changed;
 }
