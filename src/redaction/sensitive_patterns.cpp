@@ -1,6 +1,7 @@
 #include "sensitive_patterns.h"
 
 #include <algorithm>
+#include <cctype>
 #include <memory>
 
 #include <unicode/regex.h>
@@ -261,6 +262,52 @@ bool looksRandom(std::string_view text) {
     }
     return upper && lower && digit &&
            static_cast<double>(changes) / static_cast<double>(text.size() - 1) >= 0.45;
+}
+
+std::vector<SensitiveMatch> matchesRead(std::string_view line) {
+    std::vector<SensitiveMatch> found = matches(line);
+    auto tokenChar = [](char c) {
+        return std::isalnum(static_cast<unsigned char>(c)) || c == '_' || c == '-' || c == '+';
+    };
+    auto runLength = [&](size_t from, int step) {
+        size_t length = 0;
+        for (size_t i = from; i < line.size() && tokenChar(line[i]); i = step > 0 ? i + 1 : i - 1) {
+            ++length;
+            if (i == 0) {
+                break;
+            }
+        }
+        return length;
+    };
+    // Each single space between token characters with a long run on one side (a piece of a
+    // key) is closed on its own, and the key rules run over the line so mended.
+    constexpr size_t kPiece = 8;
+    for (size_t gap = 1; gap + 1 < line.size(); ++gap) {
+        if (line[gap] != ' ' || !tokenChar(line[gap - 1]) || !tokenChar(line[gap + 1]) ||
+            std::max(runLength(gap - 1, -1), runLength(gap + 1, 1)) < kPiece) {
+            continue;
+        }
+        std::string mended(line.substr(0, gap));
+        mended += line.substr(gap + 1);
+        for (SensitiveMatch& match : matches(mended)) {
+            if (match.kind != SensitiveKind::Key || match.range.start >= gap ||
+                match.range.end <= gap) {
+                continue;
+            }
+            TextRange range{match.range.start, match.range.end + 1};
+            bool meets = std::any_of(found.begin(), found.end(), [&](const SensitiveMatch& o) {
+                return o.range.start < range.end && range.start < o.range.end;
+            });
+            if (!meets) {
+                match.range = range;
+                found.push_back(std::move(match));
+            }
+        }
+    }
+    std::sort(found.begin(), found.end(), [](const SensitiveMatch& a, const SensitiveMatch& b) {
+        return a.range.start < b.range.start;
+    });
+    return found;
 }
 
 }  // namespace quillo::redaction

@@ -38,6 +38,14 @@ struct SensitiveMatch {
 // over card numbers, and so on.
 std::vector<SensitiveMatch> matches(std::string_view line);
 
+// The private text in a line read from the screen: matches(line), plus keys that text
+// recognition broke with a stray space. Recognisers often read a long token as two pieces
+// ("…cL 6pY…"); so the key rules also run over the line with one such space closed at a time
+// (a space between token characters, next to a run of at least 8), and a key found only that
+// way is kept when it spans the space and meets no other match. Ranges refer to the line as
+// read.
+std::vector<SensitiveMatch> matchesRead(std::string_view line);
+
 // The checks behind the rules, exposed for their own tests.
 
 // The Luhn checksum over a string of ASCII digits (false for an empty one or any non-digit).

@@ -275,7 +275,7 @@ private:
             more = it.Next(tesseract::RIL_SYMBOL);
         } while (more && !it.IsAtBeginningOf(tesseract::RIL_TEXTLINE));
         const bool aligned = spelled == line;
-        for (SensitiveMatch& match : matches(line)) {
+        for (SensitiveMatch& match : matchesRead(line)) {
             std::optional<PixelBox> box;
             if (aligned) {
                 for (const Symbol& s : symbols) {
