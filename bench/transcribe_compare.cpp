@@ -16,55 +16,20 @@
 
 #include "captions/caption_transcriber.h"
 #include "screen_movie.h"
+#include "support/librivox.h"
 
 namespace fs = std::filesystem;
 using Clock = std::chrono::steady_clock;
 
 namespace {
 
-const fs::path kLibrivox = "/usr/share/pocketsphinx/test/data/librivox";
 const std::vector<std::string> kClips = {"0870", "0880", "0890", "0920", "0930", "0870",
                                          "0880", "0890", "0920", "0930", "0870", "0920"};
 
-fs::path clipFile(const std::string& number) {
-    return kLibrivox / ("sense_and_sensibility_01_austen_64kb-" + number + ".wav");
-}
+fs::path clipFile(const std::string& number) { return quillo::testing::librivox::clip(number); }
 
-std::vector<std::string> spoken(const std::string& number) {
-    std::ifstream lines(kLibrivox / "transcription");
-    std::vector<std::string> words;
-    for (std::string line; std::getline(lines, line);) {
-        if (line.find("-" + number + ")") == std::string::npos) {
-            continue;
-        }
-        std::istringstream in(line);
-        for (std::string word; in >> word;) {
-            if (word != "<s>" && word != "</s>" && word.front() != '(') {
-                words.push_back(word);
-            }
-        }
-    }
-    return words;
-}
-
-double wordErrorRate(const std::vector<std::string>& reference,
-                     const std::vector<std::string>& heard) {
-    std::vector<size_t> row(heard.size() + 1);
-    for (size_t j = 0; j <= heard.size(); ++j) {
-        row[j] = j;
-    }
-    for (size_t i = 1; i <= reference.size(); ++i) {
-        size_t diagonal = row[0];
-        row[0] = i;
-        for (size_t j = 1; j <= heard.size(); ++j) {
-            const size_t above = row[j];
-            row[j] = std::min({row[j] + 1, row[j - 1] + 1,
-                               diagonal + (reference[i - 1] == heard[j - 1] ? 0 : 1)});
-            diagonal = above;
-        }
-    }
-    return static_cast<double>(row[heard.size()]) / static_cast<double>(reference.size());
-}
+using quillo::testing::librivox::spoken;
+using quillo::testing::librivox::wordErrorRate;
 
 bool makeMovie(const fs::path& out) {
     const std::string list = out.string() + ".list";

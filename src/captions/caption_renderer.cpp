@@ -29,16 +29,6 @@ using FontPtr =
     std::unique_ptr<PangoFontDescription, GFree<PangoFontDescription, pango_font_description_free>>;
 using AttrsPtr = std::unique_ptr<PangoAttrList, GFree<PangoAttrList, pango_attr_list_unref>>;
 
-void roundedRect(cairo_t* cr, double x, double y, double w, double h, double r) {
-    r = std::clamp(r, 0.0, std::min(w, h) / 2);
-    cairo_new_sub_path(cr);
-    cairo_arc(cr, x + w - r, y + r, r, -M_PI / 2, 0);
-    cairo_arc(cr, x + w - r, y + h - r, r, 0, M_PI / 2);
-    cairo_arc(cr, x + r, y + h - r, r, M_PI / 2, M_PI);
-    cairo_arc(cr, x + r, y + r, r, M_PI, 3 * M_PI / 2);
-    cairo_close_path(cr);
-}
-
 }  // namespace
 
 int CaptionRenderer::fontSize(int width, int height, const project::CaptionStyle& style) {
@@ -94,8 +84,9 @@ void CaptionRenderer::draw(const CaptionPage& page, const render::ImageView& fra
     double y = boxTop + kPadY * size - logical.y;
 
     if (style.background == project::CaptionBackground::Pill) {
-        roundedRect(cr.get(), (frame.width - logical.width) / 2.0 - kPadX * size, boxTop,
-                    logical.width + 2 * kPadX * size, boxHeight, kPillRadius * size);
+        render::roundedRectangle(cr.get(), (frame.width - logical.width) / 2.0 - kPadX * size,
+                                 boxTop, logical.width + 2 * kPadX * size, boxHeight,
+                                 kPillRadius * size);
         cairo_set_source_rgba(cr.get(), 0, 0, 0, kPillAlpha);
         cairo_fill(cr.get());
     } else {

@@ -12,6 +12,8 @@
 #include <tesseract/resultiterator.h>
 #include <thread>
 
+#include "redaction.h"
+
 namespace quillo::redaction {
 
 // ---------------------------------------------------------------------------------------------
@@ -115,17 +117,8 @@ std::vector<project::Redaction> proposals(const std::vector<SensitiveSpan>& span
         if (start >= end || box.width <= 0 || box.height <= 0) {
             continue;
         }
-        project::Redaction redaction;
-        redaction.start = start;
-        redaction.end = end;
-        redaction.x = box.x;
-        redaction.y = box.y;
-        redaction.width = box.width;
-        redaction.height = box.height;
-        redaction.style = project::RedactionStyle::Blur;
-        redaction.strength = 0.8;
-        redaction.label = std::string(label(span.kind));
-        result.push_back(std::move(redaction));
+        result.push_back(make(start, end, box, project::RedactionStyle::Blur, 0.8, std::nullopt,
+                              std::string(label(span.kind))));
     }
     project::sortByStart(result);
     return result;

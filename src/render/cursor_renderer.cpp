@@ -203,8 +203,8 @@ std::vector<double> CursorRenderer::stateKey(double t, const std::optional<Curso
     return key;
 }
 
-void CursorRenderer::draw(cairo_t* cr, Size size, double t,
-                          const std::optional<CursorStyle>& style, bool clickHighlights) const {
+void CursorRenderer::draw(cairo_t* cr, Size size, double t, const std::optional<CursorStyle>& style,
+                          bool clickHighlights) const {
     if (!drawsCursor(style)) {
         return;
     }
@@ -239,8 +239,8 @@ void CursorRenderer::draw(cairo_t* cr, Size size, double t,
     if (look.theme) {
         if (const CursorTheme* theme = CursorTheme::named(*look.theme)) {
             if (const CursorTheme::Art* art = theme->art(role)) {
-                themed(cr, *theme, *art, tip, kThemeHeight * ppp * scale, opacity, t,
-                       &m_track, size);
+                themed(cr, *theme, *art, tip, kThemeHeight * ppp * scale, opacity, t, &m_track,
+                       size);
                 return;
             }
         }
@@ -251,8 +251,8 @@ void CursorRenderer::draw(cairo_t* cr, Size size, double t,
             double pixels = shape->height * ppp * scale;  // drawn height
             double s = pixels / image->second.height;
             double hot = pixels / shape->height;  // output pixels per shape point
-            paintImage(cr, image->second, tip.x - shape->hotX * hot,
-                       tip.y - shape->hotY * hot, s, opacity);
+            paintImage(cr, image->second, tip.x - shape->hotX * hot, tip.y - shape->hotY * hot, s,
+                       opacity);
             return;
         }
     }

@@ -25,16 +25,6 @@ PixelRect pixelRect(const Rect& r) {
             std::max(1, static_cast<int>(std::lround(r.y + r.height)) - y)};
 }
 
-void roundedRectangle(cairo_t* cr, double x, double y, double w, double h, double r) {
-    r = std::clamp(r, 0.0, std::min(w, h) / 2);
-    cairo_new_sub_path(cr);
-    cairo_arc(cr, x + w - r, y + r, r, -M_PI / 2, 0);
-    cairo_arc(cr, x + w - r, y + h - r, r, 0, M_PI / 2);
-    cairo_arc(cr, x + r, y + h - r, r, M_PI / 2, M_PI);
-    cairo_arc(cr, x + r, y + r, r, M_PI, 3 * M_PI / 2);
-    cairo_close_path(cr);
-}
-
 }  // namespace
 
 const project::ZoomSection* activeZoom(const Edits& edits, double t) {

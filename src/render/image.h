@@ -70,6 +70,9 @@ void blurPlane(uint8_t* data, int width, int height, ptrdiff_t step, ptrdiff_t s
 // Blurs all four channels of an image.
 void blur(const ImageView& image, double sigma);
 
+// Adds a rectangle with corners rounded by r (at most half the short side) as a closed path.
+void roundedRectangle(cairo_t* cr, double x, double y, double w, double h, double r);
+
 // Multiplies every channel by `opacity` (0–1): premultiplied fading.
 void fade(const ImageView& image, double opacity);
 

@@ -12,6 +12,7 @@
 #include "captions/caption_texts.h"
 #include "captions/caption_transcriber.h"
 #include "captions/pocketsphinx_engine.h"
+#include "support/librivox.h"
 #include "support/movies.h"
 #include "support/temp_folder.h"
 
@@ -22,49 +23,10 @@ namespace fs = std::filesystem;
 using testing::ScopedEnvironment;
 using testing::TempFolder;
 
-const fs::path kLibrivox = "/usr/share/pocketsphinx/test/data/librivox";
+using testing::librivox::spoken;
+using testing::librivox::wordErrorRate;
 
-std::string clip(const std::string& number) {
-    return (kLibrivox / ("sense_and_sensibility_01_austen_64kb-" + number + ".wav")).string();
-}
-
-// What the reader says in a clip, from the test data's transcription.
-std::vector<std::string> spoken(const std::string& number) {
-    std::ifstream lines(kLibrivox / "transcription");
-    for (std::string line; std::getline(lines, line);) {
-        if (line.find("-" + number + ")") == std::string::npos) {
-            continue;
-        }
-        std::istringstream words(line);
-        std::vector<std::string> result;
-        for (std::string word; words >> word;) {
-            if (word != "<s>" && word != "</s>" && word.front() != '(') {
-                result.push_back(word);
-            }
-        }
-        return result;
-    }
-    return {};
-}
-
-double wordErrorRate(const std::vector<std::string>& reference,
-                     const std::vector<std::string>& heard) {
-    std::vector<size_t> row(heard.size() + 1);
-    for (size_t j = 0; j <= heard.size(); ++j) {
-        row[j] = j;
-    }
-    for (size_t i = 1; i <= reference.size(); ++i) {
-        size_t diagonal = row[0];
-        row[0] = i;
-        for (size_t j = 1; j <= heard.size(); ++j) {
-            const size_t above = row[j];
-            row[j] = std::min({row[j] + 1, row[j - 1] + 1,
-                               diagonal + (reference[i - 1] == heard[j - 1] ? 0 : 1)});
-            diagonal = above;
-        }
-    }
-    return static_cast<double>(row[heard.size()]) / static_cast<double>(reference.size());
-}
+std::string clip(const std::string& number) { return testing::librivox::clip(number).string(); }
 
 // A small test-pattern movie whose sound is the given clips one after the other, in AAC.
 void makeSpeechMovie(const TempFolder& folder, const std::vector<std::string>& clips,
