@@ -4,6 +4,9 @@
 
 #include <gtest/gtest.h>
 
+#include "app/analysis_commands.h"
+#include "base/files.h"
+#include "captions/caption_track.h"
 #include "project/project_library.h"
 #include "support/movies.h"
 #include "support/temp_folder.h"
@@ -29,10 +32,14 @@ protected:
             created->recordingFile());
     }
 
-    int run(std::vector<std::string> args, bool frame = false) {
+    using Command = int (*)(const std::vector<std::string>&, std::ostream&, std::ostream&);
+    int run(Command command, std::vector<std::string> args) {
         out.str("");
         err.str("");
-        return frame ? renderFrameCommand(args, out, err) : exportCommand(args, out, err);
+        return command(args, out, err);
+    }
+    int run(std::vector<std::string> args, bool frame = false) {
+        return run(frame ? renderFrameCommand : exportCommand, std::move(args));
     }
 
     TempFolder home;
@@ -80,6 +87,26 @@ TEST_F(ExportCommand, RenderFrameWritesAPicture) {
     EXPECT_NE(info.find("\"width\": 160"), std::string::npos) << info;
     EXPECT_EQ(run({folder.string(), "soon", png.string()}, true), 2);
     EXPECT_NE(err.str().find("The time must be a number of seconds."), std::string::npos);
+}
+
+TEST_F(ExportCommand, CaptionsSubtitlesAndScan) {
+    EXPECT_EQ(run(captionsCommand, {folder.string()}), 1);
+    EXPECT_EQ(err.str(), "Couldn't read the recording's sound.\n");
+    EXPECT_EQ(run(captionsCommand, {folder.string(), "--language"}), 2);
+
+    EXPECT_EQ(run(subtitlesCommand, {folder.string()}), 1);
+    captions::CaptionTrack track;
+    track.segments = {{0.2, 0.8, "Hello", std::nullopt}};
+    ASSERT_TRUE(track.save(folder));
+    EXPECT_EQ(run(subtitlesCommand, {folder.string(), "--format", "ass"}), 2);
+    ASSERT_EQ(run(subtitlesCommand, {folder.string(), "--format", "vtt"}), 0) << err.str();
+    fs::path written = library / "Exports" / (title + ".vtt");
+    EXPECT_EQ(out.str(), written.string() + "\n");
+    EXPECT_EQ(*readFile(written), "WEBVTT\n\n00:00:00.200 --> 00:00:00.800\nHello\n");
+
+    EXPECT_EQ(run(scanCommand, {folder.string(), "--everything"}), 2);
+    ASSERT_EQ(run(scanCommand, {folder.string(), "--apply"}), 0) << err.str();
+    EXPECT_EQ(out.str(), "Nothing private was found on screen.\n");
 }
 
 }  // namespace
