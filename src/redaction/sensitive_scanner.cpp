@@ -553,6 +553,31 @@ Job jobFor(size_t frame, const std::vector<uint8_t>& picture, int width, int top
 // ---------------------------------------------------------------------------------------------
 // The scanner
 
+namespace {
+
+std::string squeezed(const std::string& text) {
+    std::string out;
+    for (char c : text) {
+        if (!std::isspace(static_cast<unsigned char>(c))) {
+            out += c;
+        }
+    }
+    return out;
+}
+
+// Whether a finding of `before` has no counterpart (same kind and text, overlapping box) in
+// `after`.
+bool lostAny(const std::vector<PixelFinding>& before, const std::vector<PixelFinding>& after) {
+    return std::any_of(before.begin(), before.end(), [&](const PixelFinding& old) {
+        return std::none_of(after.begin(), after.end(), [&](const PixelFinding& now) {
+            return now.kind == old.kind && squeezed(now.text) == squeezed(old.text) &&
+                   rowsMeet(now.box, old.box.top, old.box.bottom);
+        });
+    });
+}
+
+}  // namespace
+
 SensitiveScanner::SensitiveScanner(int engines, bool incremental)
     : m_engineCount(static_cast<size_t>(std::max(1, engines))), m_incremental(incremental) {
     m_engines.resize(m_engineCount);
@@ -733,6 +758,20 @@ Result<std::vector<project::Redaction>> SensitiveScanner::scan(const std::filesy
     }
     report();
 
+    // A whole read of the frame at t, on this thread (the engines' threads are done).
+    auto readWhole = [&](media::MovieReader& source, double t,
+                         const media::FrameFormat& as) -> Result<std::vector<PixelFinding>> {
+        if (auto read = source.frame(std::min(t, end), as, frame); !read) {
+            return read.error();
+        }
+        auto engine0 = engine(0);
+        if (!engine0) {
+            return engine0.error();
+        }
+        GrayView view{frame.pixels.data(), frame.width, frame.height, frame.stride};
+        return (*engine0)->read(view, 0, cancel);
+    };
+
     // Findings of every sampled frame, in order.
     std::vector<Sighting> sightings;
     std::vector<PixelFinding> current;
@@ -745,7 +784,19 @@ Result<std::vector<project::Redaction>> SensitiveScanner::scan(const std::filesy
             for (size_t j : plan.jobs) {
                 read.push_back(work.found(j));
             }
-            current = combine(current, plan.bands, read, height);
+            std::vector<PixelFinding> combined = combine(current, plan.bands, read, height);
+            // Text read before in the changed rows that the band no longer shows: either it
+            // went away, or the band's crop misled recognition. A whole read of the frame tells.
+            if (lostAny(current, combined)) {
+                auto whole = readWhole(reader, start + static_cast<double>(k) * interval, format);
+                if (!whole) {
+                    return whole.error();
+                }
+                combined = std::move(*whole);
+                m_statistics.recognitions += 1;
+                m_statistics.wholeFrames += 1;
+            }
+            current = std::move(combined);
         }
         double t = std::min(start + static_cast<double>(k) * interval, end);
         for (const PixelFinding& f : current) {

@@ -97,8 +97,9 @@ public:
     // Proposed redactions for `start … end` of a movie: frames at `start` and every `interval`
     // up to `end`, each read for private text. A frame that did not change since the previous
     // sample reuses its findings; one that changed in some rows has only those text lines read
-    // again. Reports progress 0–1 from the calling thread. When `cancel` is set it stops soon
-    // with "The scan was stopped." (detail "cancelled") and returns nothing.
+    // again, and is read whole when text read before in those rows is no longer found there.
+    // Reports progress 0–1 from the calling thread. When `cancel` is set it stops soon with "The
+    // scan was stopped." (detail "cancelled") and returns nothing.
     Result<std::vector<project::Redaction>> scan(const std::filesystem::path& movie, double start,
                                                  double end, double interval,
                                                  const Progress& progress,
