@@ -9,6 +9,7 @@
 
 #include "media/movie_writer.h"
 #include "render/image.h"
+#include "support/movies.h"
 #include "support/temp_folder.h"
 
 namespace quillo::redaction {
@@ -266,6 +267,25 @@ TEST_F(SensitiveScan, ProposesABlurOverEachValueForTheWholeMovie) {
     ASSERT_FALSE(reported.empty());
     EXPECT_TRUE(std::is_sorted(reported.begin(), reported.end()));
     EXPECT_EQ(reported.back(), 1.0);
+}
+
+// A still page through x264's default settings: coding noise now and then moves a few pixels
+// of the text rows, and a re-read band of them must not lose what the first frame showed.
+TEST_F(SensitiveScan, CodingNoiseDoesNotLoseFindings) {
+    testing::ffmpeg(
+        "-f lavfi -i color=white:size=1280x720:rate=10:duration=6 -vf "
+        "\"drawtext=text='Contact alice.smith@example.com':x=100:y=100:fontsize=36,"
+        "drawtext=text='Card 4111 1111 1111 1111':x=100:y=300:fontsize=36\" "
+        "-c:v libx264 -pix_fmt yuv420p",
+        folder / "still.mp4");
+    SensitiveScanner scanner;
+    auto found = scanner.scan(folder / "still.mp4", 0, 6, 0.5, nullptr, cancel);
+    ASSERT_TRUE(found) << found.error().message;
+    ASSERT_EQ(found->size(), 2u);
+    for (const project::Redaction& r : *found) {
+        EXPECT_EQ(r.start, 0) << *r.label;
+        EXPECT_EQ(r.end, 6) << *r.label;
+    }
 }
 
 TEST_F(SensitiveScan, OrdinaryProseGivesNothing) {
