@@ -176,8 +176,8 @@ double sequentialP99(uint16_t port, const std::string& token) {
     return latencies[latencies.size() * 99 / 100];
 }
 
-long residentKB() {
-    FILE* status = std::fopen("/proc/self/status", "r");
+long residentKB(pid_t process) {
+    FILE* status = std::fopen(("/proc/" + std::to_string(process) + "/status").c_str(), "r");
     char line[256];
     long kb = 0;
     while (status && std::fgets(line, sizeof line, status)) {
@@ -211,21 +211,62 @@ int main(int, char** argv) {
         return 1;
     }
 
-    // Quillo's server, in this process.
-    agent::ControlServer server(sdk / "mcp.json");
-    server.start(
-        [](Json message, agent::ControlServer::Reply reply) {
-            agent::mcp::handle(message, nullptr, reply);
-        },
-        0);
-    long before = residentKB();
-    Load ours = drive(server.port(), server.token());
-    long after = residentKB();
-    double oursSequential = sequentialP99(server.port(), server.token());
-    server.stop();
+    // Quillo's server, in a child process of its own, so that its memory is measured alone.
+    int serverPipe[2];
+    if (pipe(serverPipe) != 0) {
+        return 1;
+    }
+    pid_t quillo = fork();
+    if (quillo == 0) {
+        close(serverPipe[0]);
+        agent::ControlServer server(sdk / "mcp.json");
+        server.start(
+            [](Json message, agent::ControlServer::Reply reply) {
+                agent::mcp::handle(message, nullptr, reply);
+            },
+            0);
+        std::string ready = std::to_string(server.port()) + " " + server.token() + "\n";
+        if (write(serverPipe[1], ready.data(), ready.size()) < 0) {
+            _exit(1);
+        }
+        pause();
+        _exit(0);
+    }
+    close(serverPipe[1]);
+    FILE* serverOutput = fdopen(serverPipe[0], "r");
+    unsigned quilloPort = 0;
+    char keyText[128] = {};
+    if (serverOutput == nullptr ||
+        std::fscanf(serverOutput, "%u %127s", &quilloPort, keyText) != 2) {
+        std::fprintf(stderr, "Quillo's server did not start\n");
+        return 1;
+    }
+    const uint16_t ourPort = static_cast<uint16_t>(quilloPort);
+    const std::string token = keyText;
+
+    // Resident memory of the server before and every 5 s under load: it settles once the
+    // connections are up, and must stay flat after that.
+    long before = residentKB(quillo);
+    std::vector<long> samples;
+    std::atomic<bool> loading{true};
+    std::thread sampler([&] {
+        for (int second = 1; loading; ++second) {
+            std::this_thread::sleep_for(std::chrono::seconds(1));
+            if (second % 5 == 0 && loading) {
+                samples.push_back(residentKB(quillo));
+            }
+        }
+    });
+    Load ours = drive(ourPort, token);
+    loading = false;
+    sampler.join();
+    long after = residentKB(quillo);
+    double oursSequential = sequentialP99(ourPort, token);
+    kill(quillo, SIGTERM);
+    waitpid(quillo, nullptr, 0);
+    std::fclose(serverOutput);
 
     // The SDK server in node, on a free port it reports on its first line.
-    const std::string token = server.token();
     int pipeEnds[2];
     if (pipe(pipeEnds) != 0) {
         return 1;
@@ -259,7 +300,12 @@ int main(int, char** argv) {
                 theirs.perSecond, theirs.failures, theirs.p99);
     std::printf("mcp_ping_throughput_vs_sdk: %.1fx (target at least 3x)\n",
                 ours.perSecond / std::max(theirs.perSecond, 1.0));
-    std::printf("mcp_server_memory_under_load: %ld kB before, %ld kB after\n", before, after);
+    std::string series;
+    for (size_t i = 0; i < samples.size(); ++i) {
+        series += ", " + std::to_string((i + 1) * 5) + " s " + std::to_string(samples[i]) + " kB";
+    }
+    std::printf("mcp_server_memory_under_load: %ld kB before%s, %ld kB after\n", before,
+                series.c_str(), after);
     std::printf("mcp_sequential_ping_p99: %.2f ms (target under 5 ms); sdk %.2f ms\n",
                 oursSequential, theirsSequential);
     return 0;
