@@ -71,6 +71,12 @@ void CaptionRenderer::draw(const CaptionPage& page, const render::ImageView& fra
     pango_font_description_set_absolute_size(font.get(), size * PANGO_SCALE);
     pango_layout_set_font_description(layout.get(), font.get());
     pango_layout_set_alignment(layout.get(), PANGO_ALIGN_CENTER);
+    // A word wider than the frame (a long address, say) breaks rather than running off it.
+    const double room = frame.width - 2 * (kEdgeMargin + kPadX) * size;
+    if (room > size) {
+        pango_layout_set_width(layout.get(), static_cast<int>(room * PANGO_SCALE));
+        pango_layout_set_wrap(layout.get(), PANGO_WRAP_WORD_CHAR);
+    }
     pango_layout_set_text(layout.get(), text.c_str(), static_cast<int>(text.size()));
 
     PangoRectangle ink;
