@@ -9,12 +9,9 @@
 #include <turbojpeg.h>
 
 #include "agent_texts.h"
+#include "base/cancel_token.h"
 #include "caption_tools.h"
 #include "captions/caption_renderer.h"
-#include "redaction/redaction.h"
-#include "redaction/sensitive_scanner.h"
-#include "tool_context.h"
-#include "base/cancel_token.h"
 #include "demo_markers.h"
 #include "editor/auto_zoom.h"
 #include "editor/dead_time.h"
@@ -24,8 +21,11 @@
 #include "media/movie_info.h"
 #include "project/cursor_track.h"
 #include "project/edits_json.h"
+#include "redaction/redaction.h"
+#include "redaction/sensitive_scanner.h"
 #include "render/export_preset.h"
 #include "render/exporter.h"
+#include "tool_context.h"
 
 namespace quillo::agent {
 
@@ -184,8 +184,8 @@ Result<Content> findSensitiveInfo(const ToolContext& context, const Arguments& a
         return found.error();
     }
     redaction::SensitiveScanner scanner;
-    TRY_ASSIGN(proposals, scanner.scan(movie, start, end, redaction::sensitive_scan::kInterval,
-                                       nullptr, {}));
+    TRY_ASSIGN(proposals,
+               scanner.scan(movie, start, end, redaction::sensitive_scan::kInterval, nullptr, {}));
     Json list = Json::array();
     for (const project::Redaction& proposal : proposals) {
         list.push_back(project::toJson(proposal));
@@ -833,13 +833,19 @@ void AgentTools::build() {
             if (!found) {
                 return found.error();
             }
-            fs::path destination = context.destination(path, spec.fileName(title));
-            auto done = render::exportRecording(folder, spec, destination, nullptr, {});
+            auto destination =
+                render::exportDestination(path ? std::optional<fs::path>(*path) : std::nullopt,
+                                          studio->library().root(), spec.fileName(title));
+            if (!destination) {
+                studio->onMain([&] { editor->setExporting(false); });
+                return destination.error();
+            }
+            auto done = render::exportRecording(folder, spec, *destination, nullptr, {});
             studio->onMain([&] { editor->setExporting(false); });
             if (!done) {
                 return done.error();
             }
-            return Content{jsonText({{"path", destination.string()}})};
+            return Content{jsonText({{"path", destination->string()}})};
         });
 
     // --- dead time, captions, camera, redaction
@@ -947,11 +953,13 @@ void AgentTools::build() {
         {{"id", id},
          {"language", string("Locale identifier such as en_US or de_DE (default: the user's "
                              "caption language, else the system's).")}},
-        {"id"}, [context](const Arguments& args) { return caption_tools::generate(context, args); });
+        {"id"},
+        [context](const Arguments& args) { return caption_tools::generate(context, args); });
     add("get_captions",
         "The recording's captions (index, start, end, text; seconds on the recording's "
         "timeline) and their style.",
-        {{"id", id}}, {"id"}, [context](const Arguments& args) { return caption_tools::get(context, args); });
+        {{"id", id}}, {"id"},
+        [context](const Arguments& args) { return caption_tools::get(context, args); });
     add("set_captions",
         "Replaces all captions. Times are seconds on the recording's timeline, in order, not "
         "overlapping. Lines whose times are unchanged keep their word timings.",
@@ -964,7 +972,8 @@ void AgentTools::build() {
              {"properties",
               {{"start", seconds}, {"end", seconds}, {"text", string("What's said.")}}},
              {"required", {"start", "end", "text"}}}}}}},
-        {"id", "segments"}, [context](const Arguments& args) { return caption_tools::set(context, args); });
+        {"id", "segments"},
+        [context](const Arguments& args) { return caption_tools::set(context, args); });
     add("set_caption_style", "How captions look in the video. Only the fields given change.",
         {{"id", id},
          {"visible", boolean("Burn captions into the video.")},
@@ -976,14 +985,16 @@ void AgentTools::build() {
          {"max_characters", integer("Characters per line, 12–80; captions show at most two "
                                     "lines at a time.")},
          {"highlight_words", boolean("Highlight each word as it's spoken.")}},
-        {"id"}, [context](const Arguments& args) { return caption_tools::setStyle(context, args); });
+        {"id"},
+        [context](const Arguments& args) { return caption_tools::setStyle(context, args); });
     add("export_captions",
         "Writes the captions as a subtitle file timed to the finished video (trim, cuts, and "
         "speed-ups applied) and returns its path.",
         {{"id", id},
          {"format", string("Subtitle format (default srt).", {"srt", "vtt"})},
          {"path", string("Where to save (default: the library's Exports folder).")}},
-        {"id"}, [context](const Arguments& args) { return caption_tools::exportFile(context, args); });
+        {"id"},
+        [context](const Arguments& args) { return caption_tools::exportFile(context, args); });
     std::vector<std::string> layouts;
     for (const auto& [layout, raw] : EnumTable<project::CameraLayout>::cases) {
         layouts.emplace_back(raw);

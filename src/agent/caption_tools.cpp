@@ -1,6 +1,5 @@
 #include "caption_tools.h"
 
-#include <algorithm>
 #include <cmath>
 #include <future>
 
@@ -10,6 +9,7 @@
 #include "captions/caption_track.h"
 #include "editor/editor_model.h"
 #include "project/edits_json.h"
+#include "render/export_preset.h"
 
 namespace quillo::agent::caption_tools {
 
@@ -217,14 +217,18 @@ Result<Content> exportFile(const ToolContext& context, const Arguments& args) {
     if (!made) {
         return made.error();
     }
-    std::replace(title.begin(), title.end(), '/', '-');
     std::string name = (title.empty() ? "Captions" : title) +
                        (kind == captions::SubtitleFormat::Srt ? ".srt" : ".vtt");
-    fs::path destination = context.destination(path, name);
-    if (auto written = writeFileAtomically(destination, text); !written) {
+    auto destination =
+        render::exportDestination(path ? std::optional<fs::path>(*path) : std::nullopt,
+                                  context.studio->library().root(), name);
+    if (!destination) {
+        return destination.error();
+    }
+    if (auto written = writeFileAtomically(*destination, text); !written) {
         return AppError("The subtitles could not be written.", written.error().message);
     }
-    return Content{jsonItem({{"path", destination.string()}})};
+    return Content{jsonItem({{"path", destination->string()}})};
 }
 
 }  // namespace quillo::agent::caption_tools

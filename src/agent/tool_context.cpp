@@ -3,17 +3,13 @@
 #include "agent_tools.h"
 #include "editor/editor_model.h"
 #include "project/edits_json.h"
-#include "render/export_preset.h"
 
 namespace quillo::agent {
-
-namespace fs = std::filesystem;
 
 Json jsonItem(const Json& object) { return AgentTools::jsonText(object); }
 
 Result<Content> ToolContext::withEditor(
-    const Arguments& args,
-    const std::function<Result<Content>(editor::EditorModel&)>& work) const {
+    const Arguments& args, const std::function<Result<Content>(editor::EditorModel&)>& work) const {
     TRY_ASSIGN(id, args.string("id"));
     Result<Content> result = AppError("");
     studio->onMain([&] {
@@ -48,18 +44,6 @@ Result<Content> ToolContext::edit(
         return Content{jsonItem({{"edits", project::toJson(editor.edits())},
                                  {"duration", editor.edits().outputDuration()}})};
     });
-}
-
-fs::path ToolContext::destination(const std::optional<std::string>& path,
-                                  const std::string& name) const {
-    std::error_code error;
-    if (path) {
-        return fs::is_directory(*path, error) ? render::uniqueDestination(*path, name)
-                                              : fs::path(*path);
-    }
-    fs::path exports = studio->library().root() / "Exports";
-    fs::create_directories(exports, error);
-    return render::uniqueDestination(exports, name);
 }
 
 }  // namespace quillo::agent

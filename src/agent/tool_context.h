@@ -36,8 +36,9 @@ struct ToolContext {
     std::shared_ptr<Studio> studio;
 
     // Runs `work` with the recording's ("id") editor on the main queue.
-    Result<Content> withEditor(const Arguments& args,
-                               const std::function<Result<Content>(editor::EditorModel&)>& work) const;
+    Result<Content> withEditor(
+        const Arguments& args,
+        const std::function<Result<Content>(editor::EditorModel&)>& work) const;
     // Runs `work` with the recording's project folder on the main queue.
     Result<Content> withProject(
         const std::string& id,
@@ -47,10 +48,6 @@ struct ToolContext {
     Result<Content> edit(
         const Arguments& args,
         const std::function<Result<void>(project::Edits&, editor::EditorModel&)>& change) const;
-    // Where to write a file named `name`: inside `path` when it is a folder, `path` itself when
-    // given, else the library's "Exports" folder; never over an existing file in a folder.
-    std::filesystem::path destination(const std::optional<std::string>& path,
-                                      const std::string& name) const;
 };
 
 }  // namespace quillo::agent

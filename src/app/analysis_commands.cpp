@@ -144,27 +144,20 @@ int subtitlesCommand(const std::vector<std::string>& args, std::ostream& out, st
         err << "This recording has no captions yet. Run quillo captions first.\n";
         return 1;
     }
-    std::string title = opened->project.metadata.title;
-    std::replace(title.begin(), title.end(), '/', '-');
-    std::string name = (title.empty() ? "Captions" : title) + "." + format;
-    fs::path target;
-    std::error_code error;
-    if (parsed->out && fs::is_directory(*parsed->out, error)) {
-        target = render::uniqueDestination(*parsed->out, name);
-    } else if (parsed->out) {
-        target = *parsed->out;
-    } else {
-        fs::path exports =
-            libraryRoot(std::nullopt, Preferences::shared().get(prefs::libraryPath)) / "Exports";
-        fs::create_directories(exports, error);
-        target = render::uniqueDestination(exports, name);
+    const std::string& title = opened->project.metadata.title;
+    auto target = render::exportDestination(
+        parsed->out ? std::optional<fs::path>(*parsed->out) : std::nullopt,
+        libraryRoot(std::nullopt, Preferences::shared().get(prefs::libraryPath)),
+        (title.empty() ? "Captions" : title) + "." + format);
+    if (!target) {
+        return fail(target.error(), err);
     }
     auto kind = format == "vtt" ? captions::SubtitleFormat::Vtt : captions::SubtitleFormat::Srt;
-    if (auto written = writeFileAtomically(target, track->subtitles(kind, opened->edits));
+    if (auto written = writeFileAtomically(*target, track->subtitles(kind, opened->edits));
         !written) {
         return fail(written.error(), err);
     }
-    out << target.string() << "\n";
+    out << target->string() << "\n";
     return 0;
 }
 

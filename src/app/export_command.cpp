@@ -101,21 +101,12 @@ int exportCommand(const std::vector<std::string>& args, std::ostream& out, std::
     render::ExportSpec spec =
         render::exportSpec(preset, opened->edits, opened->videoSize, follow, format, size);
     const std::string fileName = spec.fileName(opened->project.metadata.title);
-    fs::path target;
-    std::error_code error;
-    if (destination && fs::is_directory(*destination, error)) {
-        target = render::uniqueDestination(*destination, fileName);
-    } else if (destination) {
-        target = *destination;
-    } else {
-        fs::path exports =
-            libraryRoot(std::nullopt, Preferences::shared().get(prefs::libraryPath)) / "Exports";
-        fs::create_directories(exports, error);
-        if (error) {
-            err << AppError::fromErrno(error.value()).message << "\n";
-            return 1;
-        }
-        target = render::uniqueDestination(exports, fileName);
+    auto target = render::exportDestination(
+        destination, libraryRoot(std::nullopt, Preferences::shared().get(prefs::libraryPath)),
+        fileName);
+    if (!target) {
+        err << target.error().message << "\n";
+        return 1;
     }
 
     CancelToken cancel;
@@ -124,15 +115,15 @@ int exportCommand(const std::vector<std::string>& args, std::ostream& out, std::
     {
         InterruptWatch watch(cancel);
         done = render::exportRecording(
-            opened->project.directory, spec, target, [&](double fraction) { bar.update(fraction); },
-            cancel);
+            opened->project.directory, spec, *target,
+            [&](double fraction) { bar.update(fraction); }, cancel);
     }
     bar.end();
     if (!done) {
         err << done.error().message << "\n";
         return 1;
     }
-    out << target.string() << "\n";
+    out << target->string() << "\n";
     return 0;
 }
 

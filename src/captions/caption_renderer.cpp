@@ -123,24 +123,29 @@ void CaptionRenderer::draw(const CaptionPage& page, const render::ImageView& fra
 }
 
 CaptionOverlay::CaptionOverlay(CaptionTrack track, project::CaptionStyle style)
-    : m_track(std::move(track)), m_style(style.clamped()) {}
-
-std::optional<CaptionPage> CaptionOverlay::pageAt(double t) const {
-    if (!m_style.visible) {
-        return std::nullopt;
+    : m_track(std::move(track)), m_style(style.clamped()) {
+    for (const CaptionSegment& segment : m_track.segments) {
+        m_pages.push_back(segment.pages(static_cast<int>(m_style.maxCharacters)));
     }
-    return m_track.page(t, static_cast<int>(m_style.maxCharacters));
+}
+
+const CaptionPage* CaptionOverlay::pageAt(double t) const {
+    const CaptionSegment* segment = m_style.visible ? m_track.segment(t) : nullptr;
+    if (!segment) {
+        return nullptr;
+    }
+    return pageShowing(m_pages[static_cast<size_t>(segment - m_track.segments.data())], t);
 }
 
 void CaptionOverlay::draw(const render::ImageView& out, const render::PictureMapping&,
                           double t) const {
-    if (std::optional<CaptionPage> page = pageAt(t)) {
+    if (const CaptionPage* page = pageAt(t)) {
         CaptionRenderer::draw(*page, out, t, m_style);
     }
 }
 
 std::vector<double> CaptionOverlay::stateKey(double t) const {
-    std::optional<CaptionPage> page = pageAt(t);
+    const CaptionPage* page = pageAt(t);
     if (!page) {
         return {-1};
     }

@@ -37,10 +37,12 @@ public:
     std::vector<double> stateKey(double t) const override;
 
 private:
-    std::optional<CaptionPage> pageAt(double t) const;
+    const CaptionPage* pageAt(double t) const;
 
     CaptionTrack m_track;
     project::CaptionStyle m_style;
+    // Each segment's pages, laid out once for the style (every frame asks twice).
+    std::vector<std::vector<CaptionPage>> m_pages;
 };
 
 // Burns the captions showing at recording time t into a frame (the whole frame is the canvas).

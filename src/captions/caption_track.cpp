@@ -7,6 +7,7 @@
 
 #include "base/files.h"
 #include "base/json.h"
+#include "caption_texts.h"
 
 namespace quillo::captions {
 
@@ -94,12 +95,6 @@ CaptionTrack readTrack(JsonReader& r) {
     return track;
 }
 
-std::string numbered(const char* pattern, size_t index) {
-    std::string text = pattern;
-    text.replace(text.find("{n}"), 3, std::to_string(index));
-    return text;
-}
-
 }  // namespace
 
 // Found by the JSON list helper through argument-dependent lookup.
@@ -128,6 +123,15 @@ std::vector<std::string> wrap(const std::string& text, int maxCharacters) {
 }
 
 // --- CaptionPage
+
+const CaptionPage* pageShowing(const std::vector<CaptionPage>& pages, double t) {
+    for (auto it = pages.rbegin(); it != pages.rend(); ++it) {
+        if (it->start <= t) {
+            return &*it;
+        }
+    }
+    return pages.empty() ? nullptr : &pages.front();
+}
 
 std::vector<CaptionWord> CaptionPage::words() const {
     std::vector<CaptionWord> all;
@@ -311,12 +315,8 @@ std::optional<CaptionPage> CaptionTrack::page(double t, int maxCharacters) const
         return std::nullopt;
     }
     std::vector<CaptionPage> pages = shown->pages(maxCharacters);
-    for (auto it = pages.rbegin(); it != pages.rend(); ++it) {
-        if (it->start <= t) {
-            return *it;
-        }
-    }
-    return pages.empty() ? std::nullopt : std::optional<CaptionPage>(pages.front());
+    const CaptionPage* showing = pageShowing(pages, t);
+    return showing ? std::optional<CaptionPage>(*showing) : std::nullopt;
 }
 
 Result<void> CaptionTrack::validate(double duration) const {
@@ -324,13 +324,13 @@ Result<void> CaptionTrack::validate(double duration) const {
         const CaptionSegment& segment = segments[i];
         if (!std::isfinite(segment.start) || !std::isfinite(segment.end) || segment.start < 0 ||
             segment.end <= segment.start) {
-            return AppError(numbered("Caption {n} needs an end after its start.", i));
+            return AppError(texts::captionTimes(i));
         }
         if (segment.end > duration + 0.001) {
-            return AppError(numbered("Caption {n} ends after the recording does.", i));
+            return AppError(texts::captionPastEnd(i));
         }
         if (i > 0 && segment.start < segments[i - 1].end - 0.001) {
-            return AppError(numbered("Caption {n} starts before the one before it ends.", i));
+            return AppError(texts::captionOverlaps(i));
         }
     }
     return {};

@@ -35,6 +35,9 @@ struct CaptionPage {
     std::vector<CaptionWord> words() const;
 };
 
+// Of one segment's pages, the one showing at t: the last started by then (the first before any).
+const CaptionPage* pageShowing(const std::vector<CaptionPage>& pages, double t);
+
 // A stretch of speech. `words` is absent for text typed by hand.
 struct CaptionSegment {
     double start = 0;

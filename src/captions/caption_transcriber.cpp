@@ -31,14 +31,6 @@ private:
     std::filesystem::path m_path;
 };
 
-std::string replaceAll(std::string text, const std::string& from, const std::string& to) {
-    for (size_t at = text.find(from); at != std::string::npos;
-         at = text.find(from, at + to.size())) {
-        text.replace(at, from.size(), to);
-    }
-    return text;
-}
-
 }  // namespace
 
 CaptionTranscriber::CaptionTranscriber(std::shared_ptr<SpeechEngine> engine)
@@ -104,8 +96,7 @@ Result<CaptionTrack> CaptionTranscriber::transcribe(const std::filesystem::path&
         }
     };
     if (!m_engine->supports(locale)) {
-        return AppError(
-            replaceAll(texts::kLanguageUnavailable, "{language}", languageName(locale)));
+        return AppError(texts::languageUnavailable(languageName(locale)));
     }
     report(texts::kPreparingAudio, std::nullopt);
     const std::filesystem::path wav = temporaryAudioPath();

@@ -555,23 +555,12 @@ Job jobFor(size_t frame, const std::vector<uint8_t>& picture, int width, int top
 
 namespace {
 
-std::string squeezed(const std::string& text) {
-    std::string out;
-    for (char c : text) {
-        if (!std::isspace(static_cast<unsigned char>(c))) {
-            out += c;
-        }
-    }
-    return out;
-}
-
-// Whether a finding of `before` has no counterpart (same kind and text, overlapping box) in
-// `after`.
+// Whether a finding of `before` has nothing of its kind in its rows in `after`. Text that
+// changed (typing into an address) still has a finding there; only text gone altogether counts.
 bool lostAny(const std::vector<PixelFinding>& before, const std::vector<PixelFinding>& after) {
     return std::any_of(before.begin(), before.end(), [&](const PixelFinding& old) {
         return std::none_of(after.begin(), after.end(), [&](const PixelFinding& now) {
-            return now.kind == old.kind && squeezed(now.text) == squeezed(old.text) &&
-                   rowsMeet(now.box, old.box.top, old.box.bottom);
+            return now.kind == old.kind && rowsMeet(now.box, old.box.top, old.box.bottom);
         });
     });
 }

@@ -1,5 +1,6 @@
 #include "export_preset.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 
@@ -114,6 +115,25 @@ std::filesystem::path uniqueDestination(const std::filesystem::path& folder,
         candidate = folder / (stem + " " + std::to_string(n) + extension);
     }
     return candidate;
+}
+
+Result<std::filesystem::path> exportDestination(const std::optional<std::filesystem::path>& chosen,
+                                                const std::filesystem::path& libraryRoot,
+                                                std::string name) {
+    std::replace(name.begin(), name.end(), '/', '-');
+    std::error_code error;
+    if (chosen && std::filesystem::is_directory(*chosen, error)) {
+        return uniqueDestination(*chosen, name);
+    }
+    if (chosen) {
+        return *chosen;
+    }
+    const std::filesystem::path exports = libraryRoot / "Exports";
+    std::filesystem::create_directories(exports, error);
+    if (error) {
+        return AppError::fromErrno(error.value(), exports.string());
+    }
+    return uniqueDestination(exports, name);
 }
 
 }  // namespace quillo::render

@@ -8,6 +8,7 @@
 
 #include "base/enum_table.h"
 #include "base/geometry.h"
+#include "base/result.h"
 #include "project/edits.h"
 
 namespace quillo::render {
@@ -79,6 +80,13 @@ ExportSpec exportSpec(ExportPreset preset, const project::Edits& edits, Size sou
 // `folder/name`, or "name 2", "name 3", … (before the extension) when that file exists.
 std::filesystem::path uniqueDestination(const std::filesystem::path& folder,
                                         const std::string& name);
+
+// Where an export named `name` goes: inside `chosen` when it is a folder, `chosen` itself when
+// it is a file path, else the library's "Exports" folder (made when missing); never over an
+// existing file in a folder. A "/" in the name (from a recording's title) becomes "-".
+Result<std::filesystem::path> exportDestination(const std::optional<std::filesystem::path>& chosen,
+                                                const std::filesystem::path& libraryRoot,
+                                                std::string name);
 
 }  // namespace quillo::render
 
