@@ -156,14 +156,6 @@ std::vector<double> CaptionOverlay::stateKey(double t) const {
     return {page->start, page->end, word};
 }
 
-void drawCaptions(const project::Edits& edits, const render::ImageView& frame, double t,
-                  const CaptionTrack& track) {
-    if (!edits.captions) {
-        return;
-    }
-    CaptionOverlay(track, *edits.captions).draw(frame, {}, t);
-}
-
 void registerBurnIn() {
     render::registerOverlay(render::OverlaySlot::Captions,
                             [](const std::filesystem::path& folder, const project::Edits& edits,

@@ -45,10 +45,6 @@ private:
     std::vector<std::vector<CaptionPage>> m_pages;
 };
 
-// Burns the captions showing at recording time t into a frame (the whole frame is the canvas).
-void drawCaptions(const project::Edits& edits, const render::ImageView& frame, double t,
-                  const CaptionTrack& track);
-
 // Makes every render plan burn in the recording's captions when its recipe shows them.
 void registerBurnIn();
 

@@ -48,11 +48,6 @@ std::string withoutSpaces(const std::string& text) {
 
 }  // namespace
 
-Rect topLeft(const Rect& fromBottomLeft) {
-    return {fromBottomLeft.x, 1 - (fromBottomLeft.y + fromBottomLeft.height), fromBottomLeft.width,
-            fromBottomLeft.height};
-}
-
 Rect padded(const Rect& box, double frameWidth, double frameHeight) {
     if (frameWidth <= 0 || frameHeight <= 0) {
         return box;

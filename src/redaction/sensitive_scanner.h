@@ -48,9 +48,6 @@ inline constexpr double kInterval = 0.5;
 // Frames are read no larger than this on either side (keeping their shape).
 inline constexpr int kLargestSide = 1600;
 
-// A unit rectangle with a bottom-left origin turned to a top-left one.
-Rect topLeft(const Rect& fromBottomLeft);
-
 // `box` grown on every side by 35% of its height in pixels plus 2 pixels, clipped to the frame.
 // Unchanged when the frame size is unknown (a side ≤ 0).
 Rect padded(const Rect& box, double frameWidth, double frameHeight);

@@ -111,9 +111,6 @@ private:
     bool m_rendered = false;
 };
 
-}  // namespace
-
-namespace {
 std::mutex overlayLock;
 OverlaySource redactionSource;
 OverlaySource captionSource;
@@ -122,6 +119,7 @@ std::pair<OverlaySource, OverlaySource> registeredOverlays() {
     std::lock_guard lock(overlayLock);
     return {redactionSource, captionSource};
 }
+
 }  // namespace
 
 void registerOverlay(OverlaySlot slot, OverlaySource source) {
