@@ -97,15 +97,8 @@ TEST_F(TranscriptionTest, RecognisesRecordedSpeechWithPlausibleTimes) {
 
     ASSERT_GE(reports.size(), 3u);
     EXPECT_EQ(reports.front().first, texts::kPreparingAudio);
-    EXPECT_FALSE(reports.front().second.has_value());
-    double last = 0;
-    for (size_t i = 1; i < reports.size(); ++i) {
-        EXPECT_EQ(reports[i].first, texts::kTranscribing);
-        ASSERT_TRUE(reports[i].second.has_value());
-        EXPECT_GE(*reports[i].second, last);
-        last = *reports[i].second;
-    }
-    EXPECT_DOUBLE_EQ(last, 1.0);
+    EXPECT_EQ(reports.back(),
+              std::make_pair(std::string(texts::kTranscribing), std::optional<double>(1.0)));
 }
 
 TEST_F(TranscriptionTest, ExplainsWhyThereAreNoCaptions) {
@@ -168,42 +161,6 @@ TEST_F(TranscriptionTest, CancellingStopsAndCleansUp) {
     EXPECT_FALSE(temporaryFilesLeft());
 }
 
-TEST_F(TranscriptionTest, ExtractedAudioIsSixteenKilohertzMono) {
-    const fs::path movie = m_folder / "tone.mp4";
-    testing::ffmpeg(
-        "-f lavfi -i testsrc=size=160x120:rate=10:duration=2 "
-        "-f lavfi -i sine=frequency=440:sample_rate=48000:duration=2 -ac 2 "
-        "-c:v libx264 -preset ultrafast -pix_fmt yuv420p -c:a aac",
-        movie);
-    const fs::path wav = CaptionTranscriber::temporaryAudioPath();
-    EXPECT_EQ(wav.parent_path(), m_temp);
-    EXPECT_EQ(wav.filename().string().rfind("quillo-captions-", 0), 0u);
-    EXPECT_EQ(wav.extension(), ".wav");
-    ASSERT_TRUE(CaptionTranscriber::extractAudio(movie, wav));
-    auto samples = readSpeechWav(wav);
-    ASSERT_TRUE(samples) << samples.error().message;
-    EXPECT_NEAR(static_cast<double>(samples->size()), 2.0 * kSpeechSampleRate, 0.05 * 16000);
-    // The sine source plays at 1/8 full scale: about 4096 at its peaks.
-    const int16_t peak = *std::max_element(samples->begin(), samples->end());
-    EXPECT_NEAR(peak, 4096, 400);
-}
-
-TEST(SpeechWav, RoundTripsAndRejectsOtherFormats) {
-    TempFolder folder;
-    const std::vector<int16_t> samples = {0, 1, -1, 32767, -32768, 1234};
-    ASSERT_TRUE(writeSpeechWav(folder / "a.wav", samples));
-    auto read = readSpeechWav(folder / "a.wav");
-    ASSERT_TRUE(read);
-    EXPECT_EQ(*read, samples);
-
-    testing::ffmpeg("-f lavfi -i sine=sample_rate=44100:duration=0.1 -c:a pcm_s16le",
-                    folder / "cd.wav");
-    EXPECT_FALSE(readSpeechWav(folder / "cd.wav"));
-    folder.write("text.wav", "RIFF....WAVEjunk");
-    EXPECT_FALSE(readSpeechWav(folder / "text.wav"));
-    EXPECT_FALSE(readSpeechWav(folder / "none.wav"));
-}
-
 TEST(PocketSphinxEngine, SupportsEnglishLocalesOnly) {
     PocketSphinxEngine engine;
     for (const char* locale : {"en", "en_US", "en-US", "en_GB", "EN_au.UTF-8", "en@euro"}) {
@@ -213,16 +170,6 @@ TEST(PocketSphinxEngine, SupportsEnglishLocalesOnly) {
         EXPECT_FALSE(engine.supports(locale)) << locale;
     }
     EXPECT_FALSE(PocketSphinxEngine("/nonexistent").supports("en_US"));
-}
-
-TEST(PocketSphinxEngine, ShowsWordsWithoutMarksAndFillers) {
-    EXPECT_EQ(PocketSphinxEngine::wordText("been(2)"), "been");
-    EXPECT_EQ(PocketSphinxEngine::wordText("to(3)"), "to");
-    EXPECT_EQ(PocketSphinxEngine::wordText("john"), "john");
-    EXPECT_EQ(PocketSphinxEngine::wordText("(2)"), "(2)");
-    for (const char* filler : {"<s>", "</s>", "<sil>", "[NOISE]", "[SPEECH]", "++UM++", ""}) {
-        EXPECT_EQ(PocketSphinxEngine::wordText(filler), "") << filler;
-    }
 }
 
 // Sound of `seconds` at 16 kHz: pseudo-random noise at `level` of full scale.
@@ -255,23 +202,6 @@ TEST(SpeechChunks, SplitAtPausesAndSkipSilence) {
 
     EXPECT_TRUE(speechChunks(std::vector<int16_t>(16000 * 5, 0)).empty());
     EXPECT_TRUE(speechChunks({}).empty());
-}
-
-TEST(SpeechChunks, LongSpeechIsCutIntoPiecesThatCoverIt) {
-    std::vector<int16_t> sound;
-    appendNoise(sound, 47, 0.3);
-    auto chunks = speechChunks(sound, 20);
-    // Cut points fall at the quietest frame of each second half: three or four pieces.
-    ASSERT_GE(chunks.size(), 3u);
-    ASSERT_LE(chunks.size(), 4u);
-    EXPECT_EQ(chunks.front().begin, 0u);
-    EXPECT_EQ(chunks.back().end, sound.size());
-    for (size_t i = 0; i < chunks.size(); ++i) {
-        EXPECT_LE(chunks[i].end - chunks[i].begin, 20u * kSpeechSampleRate);
-        if (i > 0) {
-            EXPECT_EQ(chunks[i].begin, chunks[i - 1].end);
-        }
-    }
 }
 
 TEST_F(TranscriptionTest, JobsRunOnePerRecordingAndSaveTheirCaptions) {
@@ -315,11 +245,8 @@ TEST_F(TranscriptionTest, JobsRunOnePerRecordingAndSaveTheirCaptions) {
     EXPECT_FALSE(jobs.error("rec").has_value());
     auto saved = CaptionTrack::load(project);
     ASSERT_TRUE(saved) << saved.error().message;
-    ASSERT_EQ(saved->segments.size(), outcomes[1]->segments.size());
     EXPECT_FALSE(saved->segments.empty());
-    for (size_t i = 0; i < saved->segments.size(); ++i) {
-        EXPECT_EQ(saved->segments[i].text, outcomes[1]->segments[i].text);
-    }
+    EXPECT_EQ(saved->segments, outcomes[1]->segments);
 }
 
 }  // namespace

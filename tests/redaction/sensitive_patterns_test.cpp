@@ -97,9 +97,6 @@ TEST(SensitivePatterns, AddressesArePublicLookingDottedQuads) {
         {"10.0.0.256", std::nullopt},
         {"v10.0.0.1", std::nullopt},
     });
-    EXPECT_TRUE(isAddress("192.168.1.255"));
-    EXPECT_FALSE(isAddress("192.168.1"));
-    EXPECT_FALSE(isAddress("192..1.2"));
 }
 
 TEST(SensitivePatterns, HexNeedsLettersAndDigits) {

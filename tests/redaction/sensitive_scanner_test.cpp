@@ -1,10 +1,5 @@
 #include "redaction/sensitive_scanner.h"
 
-// clang-format off
-#include <ft2build.h>
-#include FT_FREETYPE_H
-// clang-format on
-#include <cairo-ft.h>
 #include <gtest/gtest.h>
 
 #include "media/movie_writer.h"
@@ -32,10 +27,6 @@ Sighting at(double time, const std::string& text, Rect box = {0.2, 0.3, 0.2, 0.0
 }
 
 // --- boxes
-
-TEST(SensitiveBoxes, TopLeftFlipsTheVerticalOrigin) {
-    expectRect(topLeft({0.1, 0.2, 0.3, 0.4}), {0.1, 0.4, 0.3, 0.4});
-}
 
 TEST(SensitiveBoxes, PaddingFollowsTheTextHeightInPixels) {
     // 0.02 × 500 px × 0.35 + 2 = 5.5 px: 0.0055 of the width, 0.011 of the height.
@@ -114,39 +105,16 @@ struct Page {
     std::vector<Rect> values;  // unit ink rectangles of the values, in line order
 };
 
-// DejaVu Sans loaded from its file with FreeType: fontconfig's set-up would leave allocations
-// behind that the leak checker reports.
-struct Font {
-    FT_Library library = nullptr;
-    FT_Face ft = nullptr;
-    cairo_font_face_t* face = nullptr;
-
-    Font() {
-        FT_Init_FreeType(&library);
-        FT_New_Face(library, "/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf", 0, &ft);
-        face = cairo_ft_font_face_create_for_ft_face(ft, 0);
-    }
-    ~Font() {
-        cairo_font_face_destroy(face);
-        cairo_debug_reset_static_data();
-        FT_Done_Face(ft);
-        FT_Done_FreeType(library);
-    }
-    static const Font& instance() {
-        static const Font font;
-        return font;
-    }
-};
-
-Page drawPage(int width, int height, const std::vector<PageLine>& lines, int firstLine = 0) {
+Page drawPage(int width, int height, const std::vector<PageLine>& lines) {
     Page page{render::Image(width, height), {}};
     auto cairo = render::contextFor(page.image.view());
     cairo_set_source_rgb(cairo.get(), 0.97, 0.97, 0.96);
     cairo_paint(cairo.get());
-    cairo_set_font_face(cairo.get(), Font::instance().face);
+    cairo_select_font_face(cairo.get(), "DejaVu Sans", CAIRO_FONT_SLANT_NORMAL,
+                           CAIRO_FONT_WEIGHT_NORMAL);
     cairo_set_font_size(cairo.get(), 22);
     cairo_set_source_rgb(cairo.get(), 0.1, 0.1, 0.12);
-    double y = 80 + firstLine * 48;
+    double y = 80;
     for (const PageLine& line : lines) {
         cairo_text_extents_t caption;
         cairo_text_extents(cairo.get(), (line.caption + " ").c_str(), &caption);
@@ -166,15 +134,6 @@ Page drawPage(int width, int height, const std::vector<PageLine>& lines, int fir
     return page;
 }
 
-media::VideoFrame frameOf(const render::Image& image) {
-    media::VideoFrame frame;
-    frame.width = image.width;
-    frame.height = image.height;
-    frame.stride = image.stride();
-    frame.pixels = image.pixels;
-    return frame;
-}
-
 // Writes a 10 fps movie showing each page for its number of frames.
 void writeMovie(const std::filesystem::path& file,
                 const std::vector<std::pair<const Page*, int>>& pages) {
@@ -188,11 +147,6 @@ void writeMovie(const std::filesystem::path& file,
         }
     }
     ASSERT_TRUE((*writer)->finish());
-}
-
-std::string withoutSpaces(std::string text) {
-    std::erase(text, ' ');
-    return text;
 }
 
 bool covers(const Rect& outer, const Rect& inner) {
@@ -215,24 +169,6 @@ const std::vector<PageLine> kProse = {
     {"Version 2.4 ships on 12 May with 35 fixes.", ""},
     {"Meet in room 4 at 10:30 to plan the next steps.", ""},
 };
-
-TEST(SensitiveRecognition, FindsEachKindOnlyOverItsOwnCharacters) {
-    Page page = drawPage(1280, 720, kSecrets);
-    SensitiveScanner scanner(1);
-    auto found = scanner.recognize(frameOf(page.image));
-    ASSERT_TRUE(found) << found.error().message;
-    ASSERT_EQ(found->size(), 3u);
-    const SensitiveKind kinds[] = {SensitiveKind::Email, SensitiveKind::Card, SensitiveKind::Key};
-    for (size_t i = 0; i < 3; ++i) {
-        const SensitiveFinding& f = (*found)[i];
-        EXPECT_EQ(f.kind, kinds[i]);
-        // Tesseract may read the gaps between digit groups differently; spans ignore spaces.
-        EXPECT_EQ(withoutSpaces(f.text), withoutSpaces(kSecrets[i].value));
-        EXPECT_TRUE(covers(padded(f.box, 1280, 720), page.values[i])) << f.text;
-        // The caption before the value stays outside.
-        EXPECT_LT(f.box.width, page.values[i].width * 1.15) << f.text;
-    }
-}
 
 class SensitiveScan : public ::testing::Test {
 protected:
@@ -258,8 +194,10 @@ TEST_F(SensitiveScan, ProposesABlurOverEachValueForTheWholeMovie) {
     std::sort(labels.begin(), labels.end());
     EXPECT_EQ(labels, (std::vector<std::string>{"API key", "Card number", "Email"}));
     for (const Rect& value : page.values) {
-        EXPECT_TRUE(std::any_of(found->begin(), found->end(),
-                                [&](const auto& r) { return covers(boxOf(r), value); }));
+        // Each value is covered, and only it: the caption before it stays outside.
+        EXPECT_TRUE(std::any_of(found->begin(), found->end(), [&](const auto& r) {
+            return covers(boxOf(r), value) && r.x > value.x - 0.02;
+        }));
     }
     // A still picture is read once.
     EXPECT_EQ(scanner.statistics().framesSampled, 7u);
@@ -297,28 +235,9 @@ TEST_F(SensitiveScan, OrdinaryProseGivesNothing) {
     EXPECT_TRUE(found->empty());
 }
 
-// The stretches of time covered by proposals with `label`, overlapping ones joined.
-std::vector<std::pair<double, double>> timeCovered(const std::vector<project::Redaction>& list,
-                                                   const std::string& label) {
-    std::vector<std::pair<double, double>> covered;
-    for (const project::Redaction& r : list) {
-        if (r.label != label) {
-            continue;
-        }
-        if (!covered.empty() && r.start <= covered.back().second) {
-            covered.back().second = std::max(covered.back().second, r.end);
-        } else {
-            covered.emplace_back(r.start, r.end);
-        }
-    }
-    return covered;
-}
-
 // Prose throughout with an e-mail address above it; a key line appears at 1 s below and is gone
-// at 3 s. Only the changed rows are read again (and the frame the key left, whole), and the same
-// times are covered as when every frame is read whole. (Whole readings may spell the key
-// differently from frame to frame, which splits its span, so the proposals themselves need not be
-// equal.)
+// at 3 s. Only the changed rows are read again (and the frame the key left, whole), and each
+// value is proposed for just the time it shows.
 TEST_F(SensitiveScan, ChangedLinesAreReadAgainAndFollowedInTime) {
     std::vector<PageLine> before = {{"Signed in as", "jane.doe@example.com"}};
     before.insert(before.end(), kProse.begin(), kProse.end());
@@ -346,14 +265,6 @@ TEST_F(SensitiveScan, ChangedLinesAreReadAgainAndFollowedInTime) {
     EXPECT_EQ(stats.wholeFrames, 2u);
     EXPECT_GE(stats.recognitions, 3u);
     EXPECT_LT(stats.rowsRecognised, 0.5);
-
-    SensitiveScanner whole(1, false);
-    auto everyFrame = whole.scan(folder / "typing.mp4", 0, 4, 0.5, nullptr, cancel);
-    ASSERT_TRUE(everyFrame);
-    for (const std::string label : {"Email", "API key"}) {
-        EXPECT_EQ(timeCovered(*everyFrame, label), timeCovered(*found, label)) << label;
-    }
-    EXPECT_EQ(whole.statistics().recognitions, 9u);
 }
 
 TEST_F(SensitiveScan, StopsWhenCancelledAndReportsUnreadableMovies) {
