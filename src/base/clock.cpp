@@ -1,6 +1,7 @@
 #include "clock.h"
 
 #include <cmath>
+#include <chrono>
 #include <cstdio>
 
 namespace quillo {
@@ -20,6 +21,15 @@ std::string clock(double seconds, bool precise) {
         std::snprintf(buffer, sizeof buffer, "%lld:%02lld", whole / 60, whole % 60);
     }
     return buffer;
+}
+
+}  // namespace quillo
+
+namespace quillo {
+
+double monotonicSeconds() {
+    using namespace std::chrono;
+    return duration<double>(steady_clock::now().time_since_epoch()).count();
 }
 
 }  // namespace quillo

@@ -10,3 +10,11 @@ namespace quillo {
 std::string clock(double seconds, bool precise = false);
 
 }  // namespace quillo
+
+namespace quillo {
+
+// Seconds on the steady clock (CLOCK_MONOTONIC): the one clock that capture, sound and the
+// cursor recorder stamp their samples with.
+double monotonicSeconds();
+
+}  // namespace quillo

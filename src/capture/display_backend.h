@@ -1,0 +1,82 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "base/cancel_token.h"
+#include "base/result.h"
+#include "capture_types.h"
+
+namespace quillo::capture {
+
+// Grabs pictures of one area of the screen. Owned and used by one thread only (the frames queue):
+// it holds its own connection to the display server.
+class ScreenGrabber {
+public:
+    virtual ~ScreenGrabber() = default;
+
+    // True when something inside `area` (screen pixels) may have changed since the last call
+    // (always true the first time). Cheap: no pixels are read.
+    virtual bool changed(const Rect& area) = 0;
+    // The pixels of `area` as they are now. `area` is clipped to the screen by the caller. The
+    // frame's memory is reused once every reference to it is gone (a small pool), so holding
+    // one is free. With `drawCursor` the pointer's picture is drawn in.
+    virtual Result<FramePtr> grab(const Rect& area, bool drawCursor) = 0;
+};
+
+// Watches raw mouse and key presses anywhere on the desktop, on a thread of its own, until
+// destroyed. `onInput` runs on that thread.
+class InputWatcher {
+public:
+    virtual ~InputWatcher() = default;
+};
+
+// The display server: windows, monitors, the pointer and its picture, window resizing, the
+// source picker, and the factories for the thread-owned grabber and input watcher. Methods are
+// safe from any thread (the backend serialises its own connection).
+class DisplayBackend {
+public:
+    virtual ~DisplayBackend() = default;
+
+    // "x11", "none".
+    virtual std::string name() const = 0;
+
+    // Top-level windows of apps, front to back where known. Quillo's own windows are listed
+    // too (the session refuses them).
+    virtual Result<std::vector<WindowInfo>> windows() = 0;
+    virtual Result<std::vector<MonitorInfo>> monitors() = 0;
+    // The window's frame now; none when it is gone or unmapped.
+    virtual std::optional<WindowInfo> window(uint32_t id) = 0;
+
+    // The desktop pointer in screen pixels; none when it can't be read.
+    virtual std::optional<Point> pointer() = 0;
+    // The current cursor picture; none without one.
+    virtual std::optional<CursorImage> cursorImage() = 0;
+
+    // Asks the window manager to resize the window's client area to `size` pixels, keeping its
+    // position; waits up to a second for the new size to show. Returns the size it got.
+    virtual Result<Size> resizeWindow(uint32_t id, Size size) = 0;
+
+    // The pointer picker: a crosshair until a click (on a window: that window unless
+    // `displayOnly`; elsewhere: the monitor under the point) or Escape (none). Blocks the
+    // calling thread up to `timeout` seconds or until `cancel` (none then too).
+    virtual Result<std::optional<SourceRef>> pick(bool displayOnly, double timeout,
+                                                  CancelToken cancel) = 0;
+
+    virtual Result<std::unique_ptr<ScreenGrabber>> grabber() = 0;
+    virtual Result<std::unique_ptr<InputWatcher>> watchInput(
+        std::function<void(const InputEvent&)> onInput) = 0;
+};
+
+// The backend for this session: X11 when a display is reachable (or QUILLO_CAPTURE=x11), else
+// the null backend. Never null.
+std::shared_ptr<DisplayBackend> makeDisplayBackend();
+
+// A backend without a display: no windows, no monitors, every action fails with
+// "No display is available. Start Quillo in a desktop session to record."
+std::shared_ptr<DisplayBackend> makeNullBackend();
+
+}  // namespace quillo::capture
