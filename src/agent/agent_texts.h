@@ -24,8 +24,6 @@ inline constexpr const char* kInstructions =
 // Tools that act on a shared source, until one can be chosen.
 inline constexpr const char* kNoSource =
     "No window or display is shared. Choose a window or display first.";
-// Tools whose work this version of Quillo does not do yet.
-inline constexpr const char* kNotYet = "This isn't available in this version of Quillo yet.";
 inline constexpr const char* kNoCursorData = "This recording has no cursor data.";
 inline constexpr const char* kNothingToUndo = "There is nothing to undo.";
 inline constexpr const char* kNothingToRedo = "There is nothing to redo.";

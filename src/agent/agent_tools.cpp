@@ -6,7 +6,6 @@
 #include <map>
 #include <mutex>
 #include <thread>
-#include <turbojpeg.h>
 
 #include "agent_texts.h"
 #include "base/cancel_token.h"
@@ -21,6 +20,7 @@
 #include "media/movie_info.h"
 #include "project/cursor_track.h"
 #include "project/edits_json.h"
+#include "recording_tools.h"
 #include "redaction/redaction.h"
 #include "redaction/sensitive_scanner.h"
 #include "render/export_preset.h"
@@ -34,8 +34,6 @@ using editor::EditorModel;
 using project::Edits;
 
 namespace {
-
-constexpr double kWaitLimit = 30;
 
 std::string base64(const std::string& bytes) {
     static const char* alphabet =
@@ -62,27 +60,6 @@ std::string base64(const std::string& bytes) {
         out += '=';
     }
     return out;
-}
-
-Result<std::string> encodeJPEG(const render::Image& image) {
-    tjhandle handle = tjInitCompress();
-    if (handle == nullptr) {
-        return AppError("The frame could not be encoded.");
-    }
-    unsigned char* data = nullptr;
-    unsigned long size = 0;
-    int code = tjCompress2(handle, image.pixels.data(), image.width, image.stride(), image.height,
-                           TJPF_BGRA, &data, &size, TJSAMP_420, 85, 0);
-    std::string bytes;
-    if (code == 0) {
-        bytes.assign(reinterpret_cast<const char*>(data), size);
-    }
-    tjFree(data);
-    tjDestroy(handle);
-    if (code != 0) {
-        return AppError("The frame could not be encoded.");
-    }
-    return bytes;
 }
 
 std::vector<std::string> presetIds() {
@@ -128,16 +105,6 @@ Result<void> eraseAt(std::vector<T>& list, int64_t index, const std::string& mis
     }
     list.erase(list.begin() + index);
     return {};
-}
-
-Json optionsJson(const RecordingOptions& options) {
-    return {{"microphone", options.microphone},
-            {"system_audio", options.systemAudio},
-            {"countdown", options.countdown},
-            {"smooth_cursor", options.smoothCursor},
-            {"auto_polish", options.autoPolish},
-            {"step_aside", options.stepAside},
-            {"floating_controls", options.floatingControls}};
 }
 
 Result<Content> setOptions(Studio& studio, const Arguments& args) {
@@ -293,7 +260,6 @@ void AgentTools::build() {
         return context.edit(args, change);
     };
     auto noSource = [](const Arguments&) -> Result<Content> { return AppError(texts::kNoSource); };
-    auto notYet = [](const Arguments&) -> Result<Content> { return AppError(texts::kNotYet); };
     auto add = [this](std::string name, std::string description, Json properties,
                       std::vector<std::string> required, Handler handler) {
         m_tools.push_back({std::move(name), std::move(description), std::move(properties),
@@ -306,29 +272,20 @@ void AgentTools::build() {
     add("get_status",
         "Recording state, the shared source and its screenshot size, Interact and permission "
         "state, recording options, and the recording open in the editor.",
-        Json::object(), {}, [studio](const Arguments&) -> Result<Content> {
-            Json status = {{"state", "idle"},
-                           {"source", nullptr},
-                           {"recording", nullptr},
-                           {"interact", {{"available", false}}},
-                           {"permissions", {{"screen", true}, {"accessibility", false}}}};
-            studio->onMain([&] {
-                auto open = studio->openRecording();
-                status["editor"] = open ? Json(*open) : Json(nullptr);
-                status["options"] = optionsJson(studio->options());
-            });
-            return Content{jsonText(status)};
-        });
+        Json::object(), {},
+        [context](const Arguments& args) { return recording_tools::status(context, args); });
     add("choose_source",
         "Opens the sharing picker so the user can pick the window or display to work with, "
         "then waits for their choice.",
         {{"kind", string("What to share.", {"window", "display"})},
          {"wait_seconds", number("How long to wait for the user (default 45).")}},
-        {"kind"}, notYet);
+        {"kind"},
+        [context](const Arguments& args) { return recording_tools::chooseSource(context, args); });
     add("screenshot",
         "A current image of the shared window or display. Input tools take pixel coordinates "
         "in this image.",
-        Json::object(), {}, noSource);
+        Json::object(), {},
+        [context](const Arguments& args) { return recording_tools::screenshot(context, args); });
     add("ui_elements",
         "Buttons, links, fields, menus, and text in the shared source with their frames in "
         "screenshot pixels: click the center of an element to hit it exactly.",
@@ -385,7 +342,7 @@ void AgentTools::build() {
         "Resizes the shared window (window sources only) so takes have a "
         "consistent size.",
         {{"width", number("Points.")}, {"height", number("Points.")}}, {"width", "height"},
-        noSource);
+        [context](const Arguments& args) { return recording_tools::resizeWindow(context, args); });
 
     // --- recording
     add("set_options", "Recording options. Only the ones given change.",
@@ -402,27 +359,23 @@ void AgentTools::build() {
     add("start_recording",
         "Starts recording the shared source (after the countdown) and returns once it's "
         "rolling.",
-        Json::object(), {}, noSource);
+        Json::object(), {},
+        [context](const Arguments& args) { return recording_tools::start(context, args); });
     add("stop_recording",
         "Stops recording, waits for the video to be saved, and returns the new recording.",
-        Json::object(), {}, noSource);
+        Json::object(), {},
+        [context](const Arguments& args) { return recording_tools::stop(context, args); });
     add("set_paused",
         "Pauses or resumes the recording. Paused stretches are cut from the video "
         "automatically.",
-        {{"paused", boolean("True to pause, false to resume.")}}, {"paused"}, noSource);
+        {{"paused", boolean("True to pause, false to resume.")}}, {"paused"},
+        [context](const Arguments& args) { return recording_tools::setPaused(context, args); });
     add("wait",
         "Waits, on camera when recording, so viewers can follow or the app can finish "
         "something. At most " +
-            std::to_string(static_cast<int>(kWaitLimit)) + " seconds.",
+            std::to_string(static_cast<int>(recording_tools::kWaitLimit)) + " seconds.",
         {{"seconds", number("How long")}}, {"seconds"},
-        [](const Arguments& args) -> Result<Content> {
-            TRY_ASSIGN(how, args.number("seconds"));
-            double wait = std::clamp(how, 0.0, kWaitLimit);
-            std::this_thread::sleep_for(std::chrono::duration<double>(wait));
-            char said[32];
-            std::snprintf(said, sizeof said, "Waited %.1f s.", wait);
-            return Content{text(said)};
-        });
+        [context](const Arguments& args) { return recording_tools::wait(context, args); });
 
     // --- library
     add("list_recordings", "Saved recordings, newest first.", Json::object(), {},
@@ -1147,13 +1100,23 @@ void AgentTools::build() {
         {{"label", string("Short title, like \"Add a contact\".")},
          {"id", string("Recording id (default: the recording in progress).")},
          {"time", number("Seconds on the recording's timeline (default now).")}},
-        {"label"}, [withProject](const Arguments& args) -> Result<Content> {
+        {"label"}, [withProject, studio](const Arguments& args) -> Result<Content> {
             TRY_ASSIGN(label, args.string("label"));
             TRY_ASSIGN(which, args.optionalString("id"));
+            TRY_ASSIGN(at, args.optionalNumber("time"));
             if (!which) {
-                return AppError(texts::kNoRecordingInProgress);
+                // While recording, the mark goes into the recording under way, at now.
+                auto now = studio->recordingNow();
+                if (!now) {
+                    return AppError(texts::kNoRecordingInProgress);
+                }
+                which = now->first;
+                at = at.value_or(now->second);
             }
-            TRY_ASSIGN(time, args.number("time"));
+            if (!at) {
+                return Arguments::invalid("time");
+            }
+            double time = *at;
             return withProject(*which, [&](project::LocalProject& project) -> Result<Content> {
                 TRY_ASSIGN(list, markers::add(label, time, project.directory));
                 return Content{jsonText({{"markers", list.size()}})};
@@ -1210,7 +1173,8 @@ void AgentTools::build() {
         "Self-test only: shares an on-screen window by its app's process id and/or title, "
         "without the sharing picker.",
         {{"pid", integer("Owning process id.")}, {"title", string("Part of the window's title.")}},
-        {}, notYet);
+        {},
+        [context](const Arguments& args) { return recording_tools::shareWindow(context, args); });
 }
 
 }  // namespace quillo::agent

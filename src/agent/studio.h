@@ -5,6 +5,8 @@
 #include <optional>
 #include <string>
 
+#include "base/geometry.h"
+#include "base/json.h"
 #include "base/result.h"
 #include "project/local_project.h"
 #include "project/project_library.h"
@@ -14,6 +16,9 @@ class EditorModel;
 }
 namespace quillo::captions {
 class CaptionJobs;
+}
+namespace quillo::render {
+struct Image;
 }
 
 namespace quillo::agent {
@@ -59,6 +64,27 @@ public:
     virtual std::string captionLanguage() const = 0;
     // The running transcriptions, one per recording (any thread).
     virtual captions::CaptionJobs& captionJobs() = 0;
+
+    // Capture and recording. These are called on the tool's worker thread and wait there (on
+    // the user, the countdown, saving) while the main queue goes on; each answers with a JSON
+    // object for the agent or the studio's message as the error.
+    // The lifecycle state, source, screenshot size, message and the capture backend.
+    virtual Json captureStatus() = 0;
+    // Opens the picker and waits up to `waitSeconds` for the user's choice.
+    virtual Result<Json> chooseSource(bool window, double waitSeconds) = 0;
+    // The shared source as it looks now, at the screenshot size.
+    virtual Result<render::Image> screenshot() = 0;
+    // Starts recording (after the countdown) and returns once the first frame is written.
+    virtual Result<Json> startRecording() = 0;
+    // Stops, waits until the recording is saved and answers with it.
+    virtual Result<Json> stopRecording() = 0;
+    virtual Result<Json> setPaused(bool paused) = 0;
+    // Resizes the shared window; `size` in points.
+    virtual Result<Json> resizeWindow(Size size) = 0;
+    // Shares a window by process id (0: any) and/or title, without the picker (self-test).
+    virtual Result<Json> shareWindow(int32_t pid, const std::string& title) = 0;
+    // The recording under way (its id, and the recording time now), if any.
+    virtual std::optional<std::pair<std::string, double>> recordingNow() = 0;
 };
 
 }  // namespace quillo::agent

@@ -15,6 +15,9 @@
 namespace quillo::editor {
 class EditorModel;
 }
+namespace quillo::render {
+struct Image;
+}
 
 namespace quillo::agent {
 
@@ -30,6 +33,12 @@ using Content = std::vector<Json>;  // a tool result's text and image items
 
 // Text item holding a JSON object.
 Json jsonItem(const Json& object);
+
+// The recording options as the tools name them (get_status, set_options).
+Json optionsJson(const RecordingOptions& options);
+
+// JPEG bytes (quality 85) of a BGRA picture, for image items.
+Result<std::string> encodeJPEG(const render::Image& image);
 
 // How handlers reach the studio's models: on the main queue, by recording id.
 struct ToolContext {

@@ -15,13 +15,16 @@
 #include "base/main_queue.h"
 #include "base/paths.h"
 #include "captions/caption_renderer.h"
+#include "capture/display_backend.h"
 #include "export_command.h"
 #include "inspect.h"
 #include "preferences.h"
 #include "project/migration.h"
 #include "project/project_library.h"
+#include "recovery.h"
 #include "redaction/redaction.h"
 #include "studio_model.h"
+#include "studio_texts.h"
 
 #ifndef QUILLO_VERSION
 #define QUILLO_VERSION "0.0.0"
@@ -66,10 +69,18 @@ int runHeadless() {
     sigaddset(&signals, SIGINT);
     sigaddset(&signals, SIGTERM);
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    // Quitting waits for a recording under way to be saved.
+    std::shared_ptr<app::StudioModel> studio;
     std::thread waiter([&] {
         int received = 0;
         sigwait(&signals, &received);
-        mainQueue.quit();
+        mainQueue.post([&] {
+            if (!studio || studio->requestQuit()) {
+                mainQueue.quit();
+            } else {
+                studio->onSafeQuit = [&] { mainQueue.quit(); };
+            }
+        });
     });
 
     app::Preferences& preferences = app::Preferences::shared();
@@ -79,10 +90,16 @@ int runHeadless() {
 
     project::ProjectLibrary library(
         libraryRoot(std::nullopt, preferences.get(app::prefs::libraryPath)));
+    // Recordings cut short by a crash or a kill are completed before anything lists them.
+    app::Recovery recovery = app::recoverRecordings(library);
     auto projects = library.load();
 
     // The agents' way in: the control server with the tool table over the studio model.
-    auto studio = std::make_shared<app::StudioModel>(library, mainQueue, preferences);
+    auto backend = capture::makeDisplayBackend();
+    mainQueue.invoke([&] {
+        studio = std::make_shared<app::StudioModel>(library, mainQueue, preferences, backend);
+        studio->noteRecovered(recovery.recovered.size());
+    });
     auto tools = std::make_shared<agent::AgentTools>(studio);
     agent::ControlServer server(supportFolder() / "mcp.json");
     auto startServer = [&] {
@@ -104,6 +121,17 @@ int runHeadless() {
                   << (projects->size() == 1 ? " recording)" : " recordings)");
     }
     std::cout << "\n";
+    if (!recovery.recovered.empty()) {
+        std::cout << app::texts::recovered(recovery.recovered.size()) << "\n";
+    }
+    for (const std::string& failure : recovery.failures) {
+        std::cout << "A recording could not be recovered: " << failure << "\n";
+    }
+    std::cout << "Capture: "
+              << (backend->name() == "none"
+                      ? "none (no display; agents can edit and export)"
+                      : backend->name() + " on " + environmentValue("DISPLAY").value_or(""))
+              << "\n";
     if (auto address = server.address()) {
         std::cout << "Agent server: " << *address << " (key and port in "
                   << server.infoFile().string() << ")\n";
@@ -115,6 +143,8 @@ int runHeadless() {
     mainQueue.run();
     preferences.removeObserver(observer);
     server.stop();
+    tools.reset();
+    studio.reset();
     preferences.store().stopWatching();
     // The waiter is still in sigwait when quit came from elsewhere; wake it.
     pthread_kill(waiter.native_handle(), SIGTERM);

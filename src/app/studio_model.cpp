@@ -4,14 +4,35 @@
 #include <cstdlib>
 
 #include "agent/agent_texts.h"
+#include "base/repeating_timer.h"
+#include "capture/capture_session.h"
+#include "capture/cursor_recorder.h"
+#include "editor/dead_time_remover.h"
+#include "studio_texts.h"
 
 namespace quillo::app {
 
 namespace fs = std::filesystem;
 
 StudioModel::StudioModel(project::ProjectLibrary library, TaskQueue& mainQueue,
-                         Preferences& preferences)
-    : m_library(std::move(library)), m_main(mainQueue), m_preferences(preferences) {}
+                         Preferences& preferences, std::shared_ptr<capture::DisplayBackend> backend)
+    : m_library(std::move(library)),
+      m_main(mainQueue),
+      m_preferences(preferences),
+      m_capture(std::make_unique<capture::CaptureSession>(std::move(backend), mainQueue)),
+      m_message(texts::kChooseSource) {
+    m_capture->setOnEvent(
+        [this](const std::string& event, const Json& info) { receive(event, info); });
+}
+
+StudioModel::~StudioModel() {
+    *m_alive = false;
+    m_countdown.reset();
+    m_ticker.reset();
+    m_cursor.reset();
+    m_deadTime.clear();
+    m_capture.reset();
+}
 
 void StudioModel::onMain(const std::function<void()>& work) { m_main.invoke(work); }
 
@@ -66,6 +87,7 @@ Result<void> StudioModel::open(const std::string& id) {
 }
 
 void StudioModel::forget(const std::string& id) {
+    m_deadTime.erase(id);
     m_editors.erase(id);
     m_tabs.erase(std::remove(m_tabs.begin(), m_tabs.end(), id), m_tabs.end());
     if (m_open == id) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -7,23 +8,43 @@
 #include <vector>
 
 #include "agent/studio.h"
+#include "base/signal.h"
 #include "base/task_queue.h"
 #include "captions/caption_jobs.h"
+#include "capture/display_backend.h"
 #include "editor/editor_model.h"
 #include "preferences.h"
+#include "project/cursor_track.h"
 #include "project/project_library.h"
+
+namespace quillo {
+class RepeatingTimer;
+}
+namespace quillo::capture {
+class CaptureSession;
+class CursorRecorder;
+}  // namespace quillo::capture
+namespace quillo::editor {
+class DeadTimeRemover;
+}
 
 namespace quillo::app {
 
-// The studio's library, open tabs and editors, as the windows and the agent tools use them.
-// Lives on the main queue; onMain() is the way in from other threads.
+enum class RecordingState { Idle, CountingDown, Starting, Recording, Saving };
+
+// The studio: the library, open tabs and editors, the capture session and the recording
+// lifecycle (choosing a source, countdown, recording, pauses, saving and polishing the new
+// recording), as the windows and the agent tools use them. Lives on the main queue; onMain()
+// and the capture operations of agent::Studio are the ways in from other threads.
 class StudioModel : public agent::Studio {
 public:
-    StudioModel(project::ProjectLibrary library, TaskQueue& mainQueue, Preferences& preferences);
+    StudioModel(project::ProjectLibrary library, TaskQueue& mainQueue, Preferences& preferences,
+                std::shared_ptr<capture::DisplayBackend> backend = capture::makeNullBackend());
+    ~StudioModel() override;
 
+    // --- library, tabs and editors
     const project::ProjectLibrary& library() const override { return m_library; }
     void onMain(const std::function<void()>& work) override;
-
     Result<project::LocalProject> recording(const std::string& id) override;
     Result<editor::EditorModel*> editor(const std::string& id) override;
     Result<void> open(const std::string& id) override;
@@ -33,18 +54,113 @@ public:
     Result<void> setOptions(const agent::RecordingOptions& options) override;
     std::string captionLanguage() const override;
     captions::CaptionJobs& captionJobs() override { return m_captionJobs; }
-
     // Recordings shown as tabs, in the order they were opened.
     const std::vector<std::string>& openTabs() const { return m_tabs; }
 
+    // --- the recording lifecycle (main queue)
+    // The record button, menu item and global shortcut.
+    void toggleRecording();
+    // Opens the picker for a window (or any display).
+    void choose(bool window, double timeout = 45);
+    void start();
+    void cancelCountdown();
+    void stop();
+    void togglePause();
+    void resume();
+    // Recording seconds at a steady-clock time: wall time since the start less the pauses.
+    double elapsed(double at) const;
+    // A quit may go ahead now; otherwise it waits for the recording to be saved and then
+    // calls `onSafeQuit`.
+    bool requestQuit();
+    // The capture layer's events.
+    void receive(const std::string& event, const Json& info);
+
+    RecordingState state() const { return m_state; }
+    bool paused() const { return m_paused; }
+    bool choosing() const { return m_choosing; }
+    int countdownValue() const { return m_countdownValue; }
+    const std::string& message() const { return m_message; }
+    bool hasError() const { return m_hasError; }
+    const std::optional<project::CaptureSource>& source() const { return m_source; }
+    Size sourceSize() const { return m_sourceSize; }
+    const std::optional<std::string>& windowSize() const { return m_windowSize; }
+    const std::string& menuBarElapsed() const { return m_menuBarElapsed; }
+    // The app of the shared window, else "your app".
+    std::string sourceAppName() const;
+    capture::CaptureSession& capture() { return *m_capture; }
+    // The last recording saved by this studio.
+    const std::optional<std::string>& lastSaved() const { return m_lastSaved; }
+    // Recordings completed after a crash at start-up (see recoverRecordings).
+    void noteRecovered(size_t count);
+
+    std::function<void()> onSafeQuit;
+    Signal<> changed;  // any of the lifecycle values above changed
+
+    // --- agent::Studio capture operations (worker threads)
+    Json captureStatus() override;
+    Result<Json> chooseSource(bool window, double waitSeconds) override;
+    Result<render::Image> screenshot() override;
+    Result<Json> startRecording() override;
+    Result<Json> stopRecording() override;
+    Result<Json> setPaused(bool paused) override;
+    Result<Json> resizeWindow(Size size) override;
+    Result<Json> shareWindow(int32_t pid, const std::string& title) override;
+    std::optional<std::pair<std::string, double>> recordingNow() override;
+
 private:
+    void setMessage(std::string text, bool error = false);
+    // The capture rate and size limit from the settings, for the next source.
+    void configureCapture();
+    void beginRecording();
+    void didStart(double startTime);
+    void saveRecording(double duration);
+    void recordingFailed(const Json& info);
+    void finishQuitIfNeeded();
+    void startBackgroundJobs(const project::LocalProject& project);
+    Result<project::Edits> prepareEdits(const project::LocalProject& project, double duration,
+                                        const std::optional<project::CursorTrack>& track) const;
+    // Waits on the calling worker thread until `done` holds on the main queue (or `seconds`
+    // pass); true when it did.
+    bool waitFor(const std::function<bool()>& done, double seconds);
+    Json recordingJson(const project::LocalProject& project) const;
+
     project::ProjectLibrary m_library;
     TaskQueue& m_main;
     Preferences& m_preferences;
     captions::CaptionJobs m_captionJobs;
     std::map<std::string, std::unique_ptr<editor::EditorModel>> m_editors;
+    std::map<std::string, std::unique_ptr<editor::DeadTimeRemover>> m_deadTime;
     std::vector<std::string> m_tabs;
     std::optional<std::string> m_open;
+
+    std::unique_ptr<capture::CaptureSession> m_capture;
+    std::unique_ptr<capture::CursorRecorder> m_cursor;
+    RecordingState m_state = RecordingState::Idle;
+    std::optional<project::CaptureSource> m_source;
+    Size m_sourceSize;
+    std::optional<std::string> m_windowSize;
+    bool m_choosing = false;
+    std::string m_message;
+    bool m_hasError = false;
+    int m_countdownValue = 0;
+    std::unique_ptr<RepeatingTimer> m_countdown;
+    std::unique_ptr<RepeatingTimer> m_ticker;
+    std::string m_menuBarElapsed;
+    std::optional<project::LocalProject> m_current;
+    std::optional<double> m_started;  // steady-clock seconds of the first frame
+    std::vector<project::TimeSegment> m_pauses;
+    bool m_paused = false;
+    std::optional<double> m_pausedAt;     // recording time the pause began
+    std::optional<double> m_pausedSince;  // steady-clock time the pause began
+    double m_pausedTotal = 0;
+    bool m_stopRequested = false;
+    std::string m_startNotice;  // a notice while starting (no sound), kept in the status
+    bool m_quitting = false;
+    std::optional<std::string> m_lastSaved;
+    uint64_t m_attempt = 0;
+    std::shared_ptr<bool> m_alive =
+        std::make_shared<bool>(true);  // false once destroyed  // counts recordings started, so
+                                       // waiting tools see their own end
 };
 
 }  // namespace quillo::app

@@ -1,7 +1,7 @@
 #include "clock.h"
 
-#include <cmath>
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 
 namespace quillo {

@@ -65,8 +65,8 @@ std::shared_ptr<CapturedFrame> makeFrame(int width, int height, uint64_t serial)
 struct InputEvent {
     enum class Kind { Press, Key };
     Kind kind = Kind::Press;
-    int button = 0;   // 1 left, 2 middle, 3 right (Press)
-    int keycode = 0;  // the server's key code (Key)
+    int button = 0;         // 1 left, 2 middle, 3 right (Press)
+    int keycode = 0;        // the server's key code (Key)
     bool modifier = false;  // a Shift, Control, Alt or Super key alone
 };
 

@@ -1,0 +1,244 @@
+#include "cursor_recorder.h"
+
+#include <cairo.h>
+
+#include "base/clock.h"
+#include "base/files.h"
+#include "base/log.h"
+#include "base/repeating_timer.h"
+#include "base/serial_queue.h"
+
+namespace quillo::capture {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+cairo_status_t appendBytes(void* closure, const unsigned char* data, unsigned int length) {
+    static_cast<std::string*>(closure)->append(reinterpret_cast<const char*>(data), length);
+    return CAIRO_STATUS_SUCCESS;
+}
+
+// The cursor picture as PNG bytes (the data is premultiplied ARGB, as Cairo keeps it).
+std::string encodePNG(const CursorImage& image) {
+    std::string bytes;
+    if (image.width <= 0 || image.height <= 0) {
+        return bytes;
+    }
+    std::vector<uint32_t> pixels = image.argb;
+    pixels.resize(static_cast<size_t>(image.width) * image.height);
+    cairo_surface_t* surface = cairo_image_surface_create_for_data(
+        reinterpret_cast<unsigned char*>(pixels.data()), CAIRO_FORMAT_ARGB32, image.width,
+        image.height, image.width * 4);
+    cairo_surface_write_to_png_stream(surface, appendBytes, &bytes);
+    cairo_surface_destroy(surface);
+    return bytes;
+}
+
+}  // namespace
+
+CursorRecorder::CursorRecorder(std::shared_ptr<DisplayBackend> backend, TaskQueue& mainQueue,
+                               Sources sources, std::unique_ptr<CaretLocator> caret)
+    : m_backend(std::move(backend)),
+      m_main(mainQueue),
+      m_sources(std::move(sources)),
+      m_caretLocator(std::move(caret)) {}
+
+CursorRecorder::~CursorRecorder() {
+    *m_alive = false;
+    m_timer.reset();
+    m_watcher.reset();
+    m_caretQueue.reset();
+}
+
+void CursorRecorder::begin(const fs::path& directory, bool layered, double pixelsPerPoint,
+                           double startTime) {
+    m_directory = directory;
+    m_started = startTime;
+    m_pixelsPerPoint = pixelsPerPoint;
+    m_track = {};
+    m_track.layered = layered;
+    m_track.pixelsPerPoint = pixelsPerPoint;
+    m_lastCheckpoint = monotonicSeconds();
+    if (m_caretLocator) {
+        m_caretQueue = std::make_unique<SerialQueue>("app.quillo.caret");
+    }
+    auto alive = m_alive;
+    TaskQueue* main = &m_main;
+    auto watcher = m_backend->watchInput([this, alive, main](const InputEvent& event) {
+        main->post([this, alive, event] {
+            if (!*alive || m_finished) {
+                return;
+            }
+            if (event.kind == InputEvent::Kind::Press && (event.button == 1 || event.button == 3)) {
+                recordClick();
+            } else if (event.kind == InputEvent::Kind::Key && !event.modifier) {
+                recordTyping();
+            }
+        });
+    });
+    if (watcher) {
+        m_watcher = std::move(*watcher);
+    } else {
+        logError("app.quillo.cursor", "no input watcher: " + watcher.error().message);
+    }
+    m_timer = std::make_unique<RepeatingTimer>(m_main, kSampleInterval, [this] { sample(); });
+}
+
+double CursorRecorder::elapsed() const {
+    return m_started ? std::max(0.0, monotonicSeconds() - *m_started) : 0;
+}
+
+void CursorRecorder::inject(Point point, bool click) {
+    m_injected = std::pair{monotonicSeconds(), point};
+    if (click && m_started) {
+        m_lastClick = point;
+        m_track.clicks.push_back({elapsed(), point.x, point.y, std::nullopt});
+    }
+}
+
+std::optional<Point> CursorRecorder::toUnit(Point screen) const {
+    auto frame = m_sources.geometry ? m_sources.geometry() : std::nullopt;
+    if (!frame || frame->width <= 0 || frame->height <= 0) {
+        return std::nullopt;
+    }
+    return Point{(screen.x - frame->x) / frame->width, (screen.y - frame->y) / frame->height};
+}
+
+std::optional<Point> CursorRecorder::current() const {
+    if (m_sources.agentPointer) {
+        if (auto agent = m_sources.agentPointer()) {
+            return agent;
+        }
+    }
+    if (m_injected && monotonicSeconds() - m_injected->first < kInjectedHold) {
+        return m_injected->second;
+    }
+    auto pointer = m_backend->pointer();
+    if (!pointer) {
+        return std::nullopt;
+    }
+    return toUnit(*pointer);
+}
+
+std::optional<int64_t> CursorRecorder::currentShape() {
+    auto image = m_backend->cursorImage();
+    if (!image) {
+        return m_lastShape;
+    }
+    // The server's serial changes with the picture, so the PNG is made only on a change.
+    if (m_lastShape && image->serial == m_lastSerial) {
+        return m_lastShape;
+    }
+    m_lastSerial = image->serial;
+    std::string png = encodePNG(*image);
+    if (png.empty()) {
+        return m_lastShape;
+    }
+    if (auto known = m_shapeKeys.find(png); known != m_shapeKeys.end()) {
+        return m_lastShape = known->second;
+    }
+    if (!m_track.shapes) {
+        m_track.shapes.emplace();
+    }
+    int64_t id = static_cast<int64_t>(m_track.shapes->size()) + 1;
+    if (auto written =
+            writeFileAtomically(m_directory / project::CursorTrack::shapeImageName(id), png);
+        !written) {
+        logError("app.quillo.cursor", written.error().message);
+        return m_lastShape;
+    }
+    m_shapeKeys[png] = id;
+    m_track.shapes->push_back({id, image->width / m_pixelsPerPoint,
+                               image->height / m_pixelsPerPoint, static_cast<double>(image->hotX),
+                               static_cast<double>(image->hotY)});
+    return m_lastShape = id;
+}
+
+void CursorRecorder::sample() {
+    if (!m_started || m_finished) {
+        return;
+    }
+    if (auto point = current()) {
+        m_track.samples.push_back({elapsed(), point->x, point->y, currentShape()});
+    }
+    if (monotonicSeconds() - m_lastCheckpoint >= kCheckpointInterval) {
+        checkpoint();
+    }
+}
+
+void CursorRecorder::recordClick() {
+    if (!m_started || m_finished) {
+        return;
+    }
+    // Agent clicks arrive through inject() while the AI cursor is shown.
+    if (m_sources.agentPointer && m_sources.agentPointer()) {
+        return;
+    }
+    auto point = current();
+    if (!point || point->x < 0 || point->x > 1 || point->y < 0 || point->y > 1) {
+        return;
+    }
+    m_lastClick = point;
+    m_track.clicks.push_back({elapsed(), point->x, point->y, std::nullopt});
+}
+
+void CursorRecorder::recordTyping() {
+    if (!m_started || m_finished) {
+        return;
+    }
+    std::optional<Point> at = m_caret ? m_caret : m_lastClick ? m_lastClick : current();
+    if (at) {
+        if (!m_track.typing) {
+            m_track.typing.emplace();
+        }
+        m_track.typing->push_back({elapsed(), at->x, at->y, std::nullopt});
+    }
+    locateCaret();
+}
+
+void CursorRecorder::locateCaret() {
+    double now = monotonicSeconds();
+    if (!m_caretQueue || (m_caretLookup && now - *m_caretLookup < kCaretThrottle)) {
+        return;
+    }
+    m_caretLookup = now;
+    int32_t pid = m_sources.processID ? m_sources.processID().value_or(0) : 0;
+    auto alive = m_alive;
+    TaskQueue* main = &m_main;
+    CaretLocator* locator = m_caretLocator.get();
+    m_caretQueue->post([this, alive, main, locator, pid] {
+        std::optional<Rect> caret = locator->locate(pid);
+        main->post([this, alive, caret] {
+            if (!*alive || !caret) {
+                return;
+            }
+            if (auto unit = toUnit({caret->x + caret->width / 2, caret->y + caret->height / 2})) {
+                m_caret = unit;
+            }
+        });
+    });
+}
+
+void CursorRecorder::checkpoint() {
+    m_lastCheckpoint = monotonicSeconds();
+    if (auto written = writeFileAtomically(m_directory / project::CursorTrack::kFileName,
+                                           project::encodeCursorTrack(m_track));
+        !written) {
+        logError("app.quillo.cursor", written.error().message);
+    }
+}
+
+Result<project::CursorTrack> CursorRecorder::finish() {
+    m_finished = true;
+    m_timer.reset();
+    m_watcher.reset();
+    if (auto written = writeFileAtomically(m_directory / project::CursorTrack::kFileName,
+                                           project::encodeCursorTrack(m_track));
+        !written) {
+        return written.error();
+    }
+    return m_track;
+}
+
+}  // namespace quillo::capture
