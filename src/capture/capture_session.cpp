@@ -41,15 +41,31 @@ Rect clipToScreen(const Rect& area, const std::vector<MonitorInfo>& monitors) {
     return {x, y, r - x, b - y};
 }
 
+// The frame at `size`: scaled to fit, keeping its shape, centred on black when the shapes
+// differ (a window resized while recording keeps the movie's size).
 FramePtr scaled(const FramePtr& frame, Size size) {
     int width = static_cast<int>(size.width), height = static_cast<int>(size.height);
     if (frame->width == width && frame->height == height) {
         return frame;
     }
     auto out = makeFrame(width, height, frame->serial);
-    libyuv::ARGBScale(frame->pixels, frame->stride, frame->width, frame->height,
-                      const_cast<uint8_t*>(out->pixels), out->stride, width, height,
-                      libyuv::kFilterBilinear);
+    auto* pixels = const_cast<uint8_t*>(out->pixels);
+    double factor = std::min(static_cast<double>(width) / frame->width,
+                             static_cast<double>(height) / frame->height);
+    int fitWidth = std::clamp(static_cast<int>(std::lround(frame->width * factor)), 1, width);
+    int fitHeight = std::clamp(static_cast<int>(std::lround(frame->height * factor)), 1, height);
+    if (fitWidth != width || fitHeight != height) {
+        std::fill(pixels, pixels + static_cast<size_t>(out->stride) * height, 0);
+        for (int y = 0; y < height; ++y) {
+            for (int x = 0; x < width; ++x) {
+                pixels[(static_cast<size_t>(y) * width + x) * 4 + 3] = 255;
+            }
+        }
+    }
+    uint8_t* target = pixels + static_cast<size_t>((height - fitHeight) / 2) * out->stride +
+                      static_cast<size_t>((width - fitWidth) / 2) * 4;
+    libyuv::ARGBScale(frame->pixels, frame->stride, frame->width, frame->height, target,
+                      out->stride, fitWidth, fitHeight, libyuv::kFilterBilinear);
     return out;
 }
 
@@ -87,7 +103,7 @@ struct CaptureSession::Stream {
     std::mutex mutex;
     Rect area;  // guarded by mutex
     Size size;
-    bool drawCursor = true;
+    bool drawCursor = false;  // the system cursor is drawn in only when it isn't recorded apart
 
     // Frames queue only:
     std::shared_ptr<DisplayBackend> backend;
@@ -378,7 +394,6 @@ void CaptureSession::start(const fs::path& directory, bool systemSound, bool mic
     m_directory = directory;
     m_didStart = false;
     m_stopWhenStarted = false;
-    m_stopping = false;
     {
         std::lock_guard lock(m_stream->mutex);
         m_stream->drawCursor = !hideCursor;
@@ -455,15 +470,15 @@ void CaptureSession::start(const fs::path& directory, bool systemSound, bool mic
 }
 
 void CaptureSession::stop() {
-    if (!m_recorder || (m_stopping && m_didStart)) {
+    if (!m_recorder) {
         return;
     }
-    m_stopping = true;
     if (!m_didStart) {
+        // The writer has no frame yet; it stops as soon as it has one.
         m_stopWhenStarted = true;
         return;
     }
-    finishRecording(m_recorder, false);
+    finishRecording(m_recorder, false);  // takes the recorder, so a second stop does nothing
 }
 
 void CaptureSession::finishRecording(std::shared_ptr<ScreenRecorder> recorder, bool ended) {
@@ -475,7 +490,7 @@ void CaptureSession::finishRecording(std::shared_ptr<ScreenRecorder> recorder, b
     m_recorder.reset();
     if (m_stream) {
         std::lock_guard lock(m_stream->mutex);
-        m_stream->drawCursor = true;
+        m_stream->drawCursor = false;
     }
     double endTime = monotonicSeconds();
     auto alive = m_alive;

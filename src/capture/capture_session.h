@@ -121,7 +121,6 @@ private:
     std::filesystem::path m_directory;
     bool m_didStart = false;
     bool m_stopWhenStarted = false;
-    bool m_stopping = false;
 
     std::shared_ptr<Stream> m_stream;  // the grab loop's shared state
     std::unique_ptr<RepeatingTimer> m_followTimer;

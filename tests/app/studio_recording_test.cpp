@@ -1,0 +1,190 @@
+// The recording lifecycle over a display made of plain values and the real movie writer: the
+// model is driven the way the agent tools drive it, from a worker thread.
+
+#include <chrono>
+#include <thread>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include "app/recovery.h"
+#include "app/studio_model.h"
+#include "app/studio_texts.h"
+#include "base/files.h"
+#include "base/main_queue.h"
+#include "capture/capture_session.h"
+#include "project/edits_json.h"
+#include "support/fake_display.h"
+#include "support/temp_folder.h"
+
+namespace quillo::app {
+namespace {
+
+namespace fs = std::filesystem;
+using namespace std::chrono_literals;
+
+class StudioRecording : public ::testing::Test {
+protected:
+    void SetUp() override {
+        testing::isolateHome(environment, home.path());
+        environment.set("QUILLO_SELFTEST", "1");
+        environment.set("PULSE_SERVER", "unix:/nonexistent");
+        mainThread = std::thread([this] { mainQueue.run(); });
+        store = std::make_unique<PreferenceStore>(home / "preferences.json");
+        preferences = std::make_unique<Preferences>(*store);
+        ASSERT_TRUE(preferences->set(prefs::countdown, int64_t{0}));
+        ASSERT_TRUE(preferences->set(prefs::systemAudio, false));
+        display->setWindows({{7, "Notes", "notes", 4242, {100, 100, 640, 360}}});
+        studio = std::make_shared<StudioModel>(project::ProjectLibrary(home / "Library"), mainQueue,
+                                               *preferences, display);
+        // The screen changes ten times a second.
+        painter = std::thread([this] {
+            while (!stopPainting) {
+                ++display->screenSerial;
+                std::this_thread::sleep_for(100ms);
+            }
+        });
+    }
+    void TearDown() override {
+        stopPainting = true;
+        painter.join();
+        mainQueue.invoke([this] { studio.reset(); });
+        mainQueue.post([this] { mainQueue.quit(); });
+        mainThread.join();
+    }
+
+    template <class F>
+    auto onMain(F work) {
+        return mainQueue.invoke(work);
+    }
+    project::Edits savedEdits(const std::string& id) {
+        auto text = readFile(fs::path(id) / "edits.json");
+        EXPECT_TRUE(text);
+        return text ? project::decodeEdits(*text).value() : project::Edits{};
+    }
+
+    testing::TempFolder home;
+    testing::ScopedEnvironment environment;
+    LoopMainQueue mainQueue;
+    std::thread mainThread;
+    std::unique_ptr<PreferenceStore> store;
+    std::unique_ptr<Preferences> preferences;
+    std::shared_ptr<testing::FakeDisplay> display = std::make_shared<testing::FakeDisplay>();
+    std::shared_ptr<StudioModel> studio;
+    std::atomic<bool> stopPainting{false};
+    std::thread painter;
+};
+
+TEST_F(StudioRecording, PausesBecomeCutsAndShortOnesLeaveNone) {
+    ASSERT_TRUE(studio->shareWindow(4242, ""));
+    auto started = studio->startRecording();
+    ASSERT_TRUE(started) << started.error().message;
+    std::this_thread::sleep_for(500ms);
+    ASSERT_TRUE(studio->setPaused(true));
+    std::this_thread::sleep_for(1200ms);
+    ASSERT_TRUE(studio->setPaused(false));
+    std::this_thread::sleep_for(300ms);
+    ASSERT_TRUE(studio->setPaused(true));
+    std::this_thread::sleep_for(50ms);
+    ASSERT_TRUE(studio->setPaused(false));
+    std::this_thread::sleep_for(300ms);
+    // A pause still open at stop is closed first.
+    ASSERT_TRUE(studio->setPaused(true));
+    std::this_thread::sleep_for(400ms);
+    auto saved = studio->stopRecording();
+    ASSERT_TRUE(saved) << saved.error().message;
+    EXPECT_EQ((*saved)["message"], texts::kSaved);
+
+    project::Edits edits = savedEdits((*saved)["id"]);
+    ASSERT_TRUE(edits.segments);
+    ASSERT_EQ(edits.segments->size(), 2u);
+    const auto& first = (*edits.segments)[0];
+    EXPECT_EQ(first.speed, 0);
+    EXPECT_NEAR(first.end - first.start, 1.2, 0.1);
+    EXPECT_NEAR((*edits.segments)[1].end, (*saved)["duration"].get<double>(), 0.1);
+    EXPECT_FALSE(fs::exists(fs::path((*saved)["id"].get<std::string>()) / kRecordingMark));
+    EXPECT_TRUE(fs::exists(fs::path((*saved)["id"].get<std::string>()) / "cursor.json"));
+}
+
+TEST_F(StudioRecording, StopWhileStartingStopsAtTheFirstFrame) {
+    ASSERT_TRUE(studio->shareWindow(0, "Notes"));
+    onMain([&] {
+        studio->toggleRecording();
+        EXPECT_EQ(studio->state(), RecordingState::Starting);
+        studio->toggleRecording();
+    });
+    for (int i = 0; i < 200 && onMain([&] { return studio->state(); }) != RecordingState::Idle;
+         ++i) {
+        std::this_thread::sleep_for(20ms);
+    }
+    EXPECT_EQ(onMain([&] { return studio->message(); }), texts::kSaved);
+    EXPECT_TRUE(onMain([&] { return studio->lastSaved(); }));
+}
+
+TEST_F(StudioRecording, RecordNeedsASourceAndTheCountdownCanBeCancelled) {
+    onMain([&] { studio->toggleRecording(); });
+    EXPECT_EQ(onMain([&] { return studio->message(); }),
+              "Choose a window or display first, then press Ctrl+Shift+2 again.");
+    EXPECT_TRUE(onMain([&] { return studio->hasError(); }));
+
+    ASSERT_TRUE(preferences->set(prefs::countdown, int64_t{3}));
+    ASSERT_TRUE(studio->shareWindow(4242, ""));
+    onMain([&] {
+        studio->toggleRecording();
+        EXPECT_EQ(studio->state(), RecordingState::CountingDown);
+        EXPECT_EQ(studio->message(), "Recording starts in 3…");
+        studio->toggleRecording();
+        EXPECT_EQ(studio->state(), RecordingState::Idle);
+        EXPECT_EQ(studio->message(), texts::kCountdownCancelled);
+    });
+}
+
+TEST_F(StudioRecording, QuillosOwnWindowIsRefusedAndTheSourceStays) {
+    display->setWindows(
+        {{7, "Notes", "notes", 4242, {100, 100, 640, 360}},
+         {9, "Quillo", "quillo", static_cast<int32_t>(getpid()), {0, 0, 800, 600}}});
+    ASSERT_TRUE(studio->shareWindow(4242, ""));
+    auto refused = studio->shareWindow(getpid(), "");
+    ASSERT_FALSE(refused);
+    EXPECT_EQ(refused.error().message,
+              "Quillo can't record its own window. Choose another app's window.");
+    EXPECT_EQ(onMain([&] { return studio->source()->id; }), 7u);
+}
+
+TEST_F(StudioRecording, AWindowClosedWhileRecordingKeepsWhatWasRecorded) {
+    ASSERT_TRUE(studio->shareWindow(4242, ""));
+    ASSERT_TRUE(studio->startRecording());
+    std::this_thread::sleep_for(1s);
+    display->setWindows({});
+    for (int i = 0; i < 200 && onMain([&] { return studio->state(); }) != RecordingState::Idle;
+         ++i) {
+        std::this_thread::sleep_for(20ms);
+    }
+    EXPECT_EQ(onMain([&] { return studio->message(); }),
+              "Sharing ended before recording finalized. Any recoverable video remains in the "
+              "project folder.");
+    auto saved = onMain([&] { return studio->lastSaved(); });
+    ASSERT_TRUE(saved);
+    auto project = project::LocalProject::open(*saved);
+    ASSERT_TRUE(project);
+    ASSERT_TRUE(project->metadata.duration);
+    EXPECT_GT(*project->metadata.duration, 0.8);
+}
+
+TEST_F(StudioRecording, QuitDuringARecordingSavesItFirst) {
+    ASSERT_TRUE(studio->shareWindow(4242, ""));
+    ASSERT_TRUE(studio->startRecording());
+    std::atomic<bool> quit{false};
+    onMain([&] {
+        studio->onSafeQuit = [&] { quit = true; };
+        EXPECT_FALSE(studio->requestQuit());
+    });
+    for (int i = 0; i < 200 && !quit; ++i) {
+        std::this_thread::sleep_for(20ms);
+    }
+    EXPECT_TRUE(quit);
+    EXPECT_TRUE(onMain([&] { return studio->lastSaved(); }));
+}
+
+}  // namespace
+}  // namespace quillo::app
