@@ -5,7 +5,6 @@
 #include <cstring>
 
 extern "C" {
-#include <libavutil/channel_layout.h>
 #include <libavutil/imgutils.h>
 #include <libavutil/opt.h>
 }
@@ -69,7 +68,8 @@ struct MovieReader::Impl {
             const int pw = plane == 0 ? w : cw;
             const int ph = plane == 0 ? h : ch;
             for (int y = 0; y < ph; ++y) {
-                const uint8_t* row = frame->data[plane] + static_cast<ptrdiff_t>(y) * frame->linesize[plane];
+                const uint8_t* row =
+                    frame->data[plane] + static_cast<ptrdiff_t>(y) * frame->linesize[plane];
                 if (same && std::memcmp(copy, row, pw) != 0) {
                     same = false;
                 }
@@ -290,133 +290,6 @@ Result<void> MovieReader::frame(double t, const FrameFormat& format, VideoFrame&
         return unreadable(s.file, "no frame could be decoded");
     }
     return s.convert(s.current.get(), format, into);
-}
-
-Result<void> MovieReader::readSound(const fs::path& file, const SoundFormat& format, double start,
-                                    double end, const SoundSink& sink) {
-    auto input = openInput(file);
-    if (!input) {
-        return input.error();
-    }
-    AVFormatContext* context = input->get();
-    int audioIndex = av_find_best_stream(context, AVMEDIA_TYPE_AUDIO, -1, -1, nullptr, 0);
-    if (audioIndex < 0) {
-        return {};
-    }
-    int videoIndex = av_find_best_stream(context, AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
-    // Sound times are measured from the first video frame, like frame times.
-    double origin = 0;
-    if (videoIndex >= 0 && context->streams[videoIndex]->start_time != AV_NOPTS_VALUE) {
-        origin = seconds(context->streams[videoIndex]->start_time,
-                         context->streams[videoIndex]->time_base);
-    }
-    for (unsigned i = 0; i < context->nb_streams; ++i) {
-        if (static_cast<int>(i) != audioIndex) {
-            context->streams[i]->discard = AVDISCARD_ALL;
-        }
-    }
-    const AVStream* stream = context->streams[audioIndex];
-    auto decoder = openDecoder(file, stream);
-    if (!decoder) {
-        return decoder.error();
-    }
-    if (start > 0) {
-        // Seek a little early: a compressed sound frame needs the one before it to decode
-        // cleanly, and everything before `start` is dropped below anyway.
-        constexpr double kPreroll = 0.2;
-        int64_t target =
-            static_cast<int64_t>((start - kPreroll + origin) / av_q2d(stream->time_base));
-        av_seek_frame(context, audioIndex, target, AVSEEK_FLAG_BACKWARD);
-    }
-
-    AVChannelLayout outLayout;
-    av_channel_layout_default(&outLayout, format.channels);
-    SwrContext* rawResampler = nullptr;
-    int code = swr_alloc_set_opts2(&rawResampler, &outLayout, AV_SAMPLE_FMT_FLT, format.sampleRate,
-                                   &(*decoder)->ch_layout, (*decoder)->sample_fmt,
-                                   (*decoder)->sample_rate, 0, nullptr);
-    ResamplerPtr resampler(rawResampler);
-    av_channel_layout_uninit(&outLayout);
-    if (code < 0 || swr_init(resampler.get()) < 0) {
-        return unreadable(file, "cannot convert its sound");
-    }
-
-    PacketPtr packet(av_packet_alloc());
-    FramePtr frame(av_frame_alloc());
-    std::vector<float> buffer;
-    // Output time of the next sample handed out; set from the first decoded frame's timestamp.
-    double clock = -1;
-    const double rate = format.sampleRate;
-    bool flushed = false;
-    for (;;) {
-        code = avcodec_receive_frame(decoder->get(), frame.get());
-        if (code == AVERROR(EAGAIN) && !flushed) {
-            code = av_read_frame(context, packet.get());
-            if (code == AVERROR_EOF) {
-                avcodec_send_packet(decoder->get(), nullptr);
-                flushed = true;
-            } else if (code < 0) {
-                return unreadable(file, avError(code));
-            } else {
-                if (packet->stream_index == audioIndex) {
-                    avcodec_send_packet(decoder->get(), packet.get());
-                }
-                av_packet_unref(packet.get());
-            }
-            continue;
-        }
-        if (code == AVERROR_EOF || code == AVERROR(EAGAIN)) {
-            return {};
-        }
-        if (code < 0) {
-            return unreadable(file, avError(code));
-        }
-        if (clock < 0) {
-            clock =
-                frame->pts == AV_NOPTS_VALUE ? 0 : seconds(frame->pts, stream->time_base) - origin;
-        }
-        int capacity = swr_get_out_samples(resampler.get(), frame->nb_samples);
-        buffer.resize(static_cast<size_t>(capacity) * format.channels);
-        auto* out = reinterpret_cast<uint8_t*>(buffer.data());
-        int produced =
-            swr_convert(resampler.get(), &out, capacity,
-                        const_cast<const uint8_t**>(frame->extended_data), frame->nb_samples);
-        av_frame_unref(frame.get());
-        if (produced <= 0) {
-            continue;
-        }
-        // Hand out only the part of this chunk that lies inside start … end.
-        size_t skip = clock < start ? static_cast<size_t>(std::min<double>(
-                                          produced, std::round((start - clock) * rate)))
-                                    : 0;
-        size_t keep = static_cast<size_t>(produced) - skip;
-        double chunkStart = clock + skip / rate;
-        if (chunkStart + keep / rate > end) {
-            keep =
-                chunkStart >= end ? 0 : static_cast<size_t>(std::round((end - chunkStart) * rate));
-            keep = std::min(keep, static_cast<size_t>(produced) - skip);
-        }
-        clock += produced / rate;
-        if (keep > 0 && !sink(buffer.data() + skip * format.channels, keep)) {
-            return {};
-        }
-        if (clock >= end) {
-            return {};
-        }
-    }
-}
-
-Result<std::vector<float>> MovieReader::sound(const fs::path& file, const SoundFormat& format,
-                                              double start, double end) {
-    std::vector<float> all;
-    auto read = readSound(file, format, start, end, [&](const float* samples, size_t frames) {
-        all.insert(all.end(), samples, samples + frames * format.channels);
-        return true;
-    });
-    if (!read) {
-        return read.error();
-    }
-    return all;
 }
 
 }  // namespace quillo::media
