@@ -190,7 +190,8 @@ bool isFragmentedMovie(const fs::path& file) {
 Result<double> rewriteAsNormalMovie(const fs::path& file) {
     media::quietLibraryLogs();
     Output output;
-    output.path = file.parent_path() / ("." + file.filename().string() + "." + makeUUID() + ".part");
+    output.path =
+        file.parent_path() / ("." + file.filename().string() + "." + makeUUID() + ".part");
     if (auto copied = remux(file, output); !copied) {
         return copied.error();
     }
@@ -208,8 +209,8 @@ Result<double> rewriteAsNormalMovie(const fs::path& file) {
     }
     auto info = media::readMovieInfo(file);
     if (!info) {
-        return AppError({}, info.error().detail.empty() ? info.error().message
-                                                         : info.error().detail);
+        return AppError({},
+                        info.error().detail.empty() ? info.error().message : info.error().detail);
     }
     return info->duration;
 }

@@ -74,8 +74,8 @@ struct Fit {
 };
 
 Fit fitInside(int width, int height, int intoWidth, int intoHeight) {
-    double scale = std::min(static_cast<double>(intoWidth) / width,
-                            static_cast<double>(intoHeight) / height);
+    double scale =
+        std::min(static_cast<double>(intoWidth) / width, static_cast<double>(intoHeight) / height);
     Fit fit;
     fit.width = std::clamp(static_cast<int>(std::lround(width * scale)), 1, intoWidth);
     fit.height = std::clamp(static_cast<int>(std::lround(height * scale)), 1, intoHeight);
@@ -218,12 +218,13 @@ struct ScreenRecorder::Impl {
     }
 
     // Creates the file and writes its header: a fragmented MP4 whose fragments start at key
-    // frames and are flushed to the disk as soon as they are complete.
+    // frames and are flushed to the disk as soon as they are complete. The index is written with
+    // the first fragment, once the tracks' first timestamps are known, so that its edit list
+    // hides the AAC encoder's priming samples; otherwise the sound would play 1024 samples late.
     Result<void> open() {
         media::quietLibraryLogs();
         AVFormatContext* raw = nullptr;
-        if (int code = avformat_alloc_output_context2(&raw, nullptr, "mp4",
-                                                      settings.file.c_str());
+        if (int code = avformat_alloc_output_context2(&raw, nullptr, "mp4", settings.file.c_str());
             code < 0) {
             return AppError({}, describe("create the container", code));
         }
@@ -246,7 +247,8 @@ struct ScreenRecorder::Impl {
         raw->flush_packets = 1;
         raw->max_interleave_delta = kMaxInterleaveDelta;
         AVDictionary* options = nullptr;
-        av_dict_set(&options, "movflags", "frag_keyframe+empty_moov+default_base_moof", 0);
+        av_dict_set(&options, "movflags", "frag_keyframe+empty_moov+delay_moov+default_base_moof",
+                    0);
         int code = avformat_write_header(raw, &options);
         av_dict_free(&options);
         if (code < 0) {
@@ -314,7 +316,8 @@ struct ScreenRecorder::Impl {
                 canvasFit = fit;
             }
             const int canvasStride = settings.width * 4;
-            uint8_t* into = canvas.data() + static_cast<ptrdiff_t>(fit.y) * canvasStride + fit.x * 4;
+            uint8_t* into =
+                canvas.data() + static_cast<ptrdiff_t>(fit.y) * canvasStride + fit.x * 4;
             libyuv::ARGBScale(frame.pixels, frame.stride, frame.width, frame.height, into,
                               canvasStride, fit.width, fit.height, libyuv::kFilterBox);
             pixels = canvas.data();

@@ -1,9 +1,8 @@
 // SoundInput through the PulseAudio client library (served by PipeWire on current desktops).
 
-#include <pthread.h>
-
 #include <atomic>
 #include <chrono>
+#include <pthread.h>
 #include <string>
 #include <thread>
 #include <vector>
