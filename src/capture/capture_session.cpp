@@ -55,12 +55,8 @@ FramePtr scaled(const FramePtr& frame, Size size) {
     int fitWidth = std::clamp(static_cast<int>(std::lround(frame->width * factor)), 1, width);
     int fitHeight = std::clamp(static_cast<int>(std::lround(frame->height * factor)), 1, height);
     if (fitWidth != width || fitHeight != height) {
-        std::fill(pixels, pixels + static_cast<size_t>(out->stride) * height, 0);
-        for (int y = 0; y < height; ++y) {
-            for (int x = 0; x < width; ++x) {
-                pixels[(static_cast<size_t>(y) * width + x) * 4 + 3] = 255;
-            }
-        }
+        auto* words = reinterpret_cast<uint32_t*>(pixels);
+        std::fill(words, words + static_cast<size_t>(width) * height, 0xff000000u);
     }
     uint8_t* target = pixels + static_cast<size_t>((height - fitHeight) / 2) * out->stride +
                       static_cast<size_t>((width - fitWidth) / 2) * 4;
