@@ -1,8 +1,12 @@
 #include "ffmpeg_util.h"
 
 #include <algorithm>
+#include <cstdarg>
 #include <mutex>
+#include <string>
 #include <thread>
+
+#include "base/log.h"
 
 namespace quillo::media {
 
@@ -10,9 +14,34 @@ AppError unreadable(const std::filesystem::path& file, const std::string& reason
     return AppError("The movie “" + file.filename().string() + "” could not be read.", reason);
 }
 
+namespace {
+
+// FFmpeg's messages, formatted as its own console output would be, into the log file. A
+// message may arrive in pieces; a line is written when its newline comes.
+void logLibraryLine(void* context, int level, const char* format, va_list arguments) {
+    if (level > av_log_get_level()) {
+        return;
+    }
+    thread_local int printPrefix = 1;
+    thread_local std::string pending;
+    char piece[1024];
+    av_log_format_line2(context, level, format, arguments, piece, sizeof piece, &printPrefix);
+    pending += piece;
+    if (!pending.empty() && pending.back() == '\n') {
+        pending.pop_back();
+        logToFile("ffmpeg", pending);
+        pending.clear();
+    }
+}
+
+}  // namespace
+
 void quietLibraryLogs() {
     static std::once_flag once;
-    std::call_once(once, [] { av_log_set_level(AV_LOG_ERROR); });
+    std::call_once(once, [] {
+        av_log_set_level(AV_LOG_ERROR);
+        av_log_set_callback(logLibraryLine);
+    });
 }
 
 Result<InputPtr> openInput(const std::filesystem::path& file) {

@@ -51,8 +51,9 @@ inline std::string avError(int code) {
 // "The movie “NAME” could not be read." with the library's reason as detail.
 AppError unreadable(const std::filesystem::path& file, const std::string& reason);
 
-// Keeps FFmpeg's own console messages to errors: its notes about codec choices are noise for
-// users, and our errors carry the library's reason in their detail.
+// Keeps FFmpeg's own messages to errors and sends them to the log file (logToFile), never to
+// the terminal: its notes are noise for users, and our errors carry the library's reason in
+// their detail. Called before every first use of the libraries; cheap after the first call.
 void quietLibraryLogs();
 
 // Opens a movie's container and reads its stream information.

@@ -85,6 +85,7 @@ Result<std::unique_ptr<TimeStretch>> TimeStretch::create(double speed, int sampl
     if (!(speed > 0) || !std::isfinite(speed)) {
         return AppError("The sound could not be sped up.", "speed " + std::to_string(speed));
     }
+    quietLibraryLogs();
     auto impl = std::make_unique<Impl>();
     impl->sampleRate = sampleRate;
     impl->channels = channels;

@@ -128,6 +128,8 @@ double rms(const float* samples, size_t count) {
 
 class ScreenRecorderTest : public ::testing::Test {
 protected:
+    ScreenRecorderTest() { environment.set("QUILLO_SUPPORT", (folder / "support").string()); }
+
     std::unique_ptr<ScreenRecorder> recorder(int width = 320, int height = 240, bool system = false,
                                              bool microphone = false) {
         RecorderSettings settings;
@@ -146,6 +148,7 @@ protected:
     }
 
     TempFolder folder;
+    testing::ScopedEnvironment environment;
     fs::path file = folder / "recording.mp4";
     std::vector<double> starts;
     std::vector<AppError> failures;
@@ -415,11 +418,17 @@ TEST_F(ScreenRecorderTest, AKilledRecordingLeavesAPlayableMovieThatCanBeComplete
     EXPECT_TRUE(indexBeforeData(folder / "cut.mp4"));
 }
 
-TEST_F(ScreenRecorderTest, AnUnreadableFileCannotBeRecovered) {
+TEST_F(ScreenRecorderTest, AnUnreadableFileCannotBeRecoveredAndTheLibrarysTextGoesToTheLog) {
     folder.write("broken.mp4", "not a movie at all");
+    ::testing::internal::CaptureStderr();
     auto completed = completeMovie(folder / "broken.mp4");
+    EXPECT_EQ(::testing::internal::GetCapturedStderr(), "");
     ASSERT_FALSE(completed);
     EXPECT_EQ(completed.error().message, "The recording could not be recovered.");
+    std::ifstream log(folder / "support" / "quillo.log");
+    std::string text((std::istreambuf_iterator<char>(log)), std::istreambuf_iterator<char>());
+    EXPECT_NE(text.find("[ffmpeg] [mov,mp4,m4a,3gp,3g2,mj2 @ "), std::string::npos) << text;
+    EXPECT_NE(text.find("moov atom not found"), std::string::npos);
 }
 
 }  // namespace
