@@ -1,9 +1,14 @@
 #include "exporter.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <charconv>
 #include <cmath>
 #include <mutex>
+#include <signal.h>
+#include <string_view>
 #include <system_error>
+#include <unistd.h>
 
 #include "base/uuid.h"
 #include "canvas.h"
@@ -33,13 +38,54 @@ AppError withMessage(const char* message, const AppError& cause) {
         message, cause.detail.empty() ? cause.message : cause.message + " (" + cause.detail + ")");
 }
 
-// A file beside the destination that becomes it only when complete.
+// The pid in a partial file's name ".NAME.PID.UUID8.part", or 0 when the name has another form.
+pid_t partWriter(const std::string& name) {
+    constexpr std::string_view kSuffix = ".part";
+    if (name.size() < 1 + kSuffix.size() || name[0] != '.' || !name.ends_with(kSuffix)) {
+        return 0;
+    }
+    std::string_view rest(name.data() + 1, name.size() - 1 - kSuffix.size());
+    size_t dot = rest.rfind('.');
+    if (dot == std::string_view::npos || rest.size() - dot - 1 != 8 ||
+        rest.find_first_not_of("0123456789ABCDEFabcdef", dot + 1) != std::string_view::npos) {
+        return 0;
+    }
+    rest = rest.substr(0, dot);
+    dot = rest.rfind('.');
+    if (dot == std::string_view::npos || dot == 0) {
+        return 0;
+    }
+    std::string_view digits = rest.substr(dot + 1);
+    pid_t pid = 0;
+    auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), pid);
+    return error == std::errc() && end == digits.data() + digits.size() && pid > 0 ? pid : 0;
+}
+
+// Removes the partial files in `folder` that exports killed on the way left behind: those whose
+// writer no longer runs. A part of a running writer, in this process or another, stays.
+void removeStaleParts(const fs::path& folder) {
+    std::error_code error;
+    for (fs::directory_iterator it(folder, error), end; !error && it != end; it.increment(error)) {
+        pid_t pid = partWriter(it->path().filename().string());
+        if (pid > 0 && ::kill(pid, 0) != 0 && errno == ESRCH) {
+            std::error_code ignored;
+            fs::remove(it->path(), ignored);
+        }
+    }
+}
+
+// A file beside the destination that becomes it only when complete. Its name carries the
+// writer's pid, so that a part left by a killed export can be told from one being written.
 class PartialFile {
 public:
     explicit PartialFile(const fs::path& destination)
         : m_destination(destination),
           m_path(destination.parent_path() /
-                 ("." + destination.filename().string() + "." + makeUUID() + ".part")) {}
+                 ("." + destination.filename().string() + "." + std::to_string(::getpid()) + "." +
+                  makeUUID().substr(0, 8) + ".part")) {
+        removeStaleParts(destination.parent_path().empty() ? fs::path(".")
+                                                           : destination.parent_path());
+    }
     ~PartialFile() {
         if (!m_kept) {
             std::error_code ignored;

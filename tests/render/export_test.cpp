@@ -1,5 +1,6 @@
 #include <cmath>
 #include <fstream>
+#include <unistd.h>
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -7,6 +8,7 @@
 #include "media/movie_reader.h"
 #include "project/project_library.h"
 #include "render/exporter.h"
+#include "support/child_process.h"
 #include "support/movies.h"
 #include "support/temp_folder.h"
 
@@ -176,6 +178,24 @@ TEST_F(Export, ExistingFileIsReplacedOnlyWhenTheNewOneIsComplete) {
     ASSERT_TRUE(exportMovie(*plan, file, false, nullptr, {}));
     EXPECT_GT(fs::file_size(file), 1000u);
     EXPECT_EQ(std::distance(fs::directory_iterator(out.path()), fs::directory_iterator()), 1);
+}
+
+TEST_F(Export, PartsLeftByKilledExportsAreRemovedAndThoseOfRunningOnesKept) {
+    pid_t gone = testing::forkChild([] {});
+    ASSERT_GT(gone, 0);
+    testing::waitForSignal(gone);
+    const std::string stale = ".movie.mp4." + std::to_string(gone) + ".0A1B2C3D.part";
+    const std::string running = ".movie.mp4." + std::to_string(getpid()) + ".0A1B2C3D.part";
+    const std::string other = ".notes." + std::to_string(gone) + ".part";  // not an export's
+    for (const std::string& name : {stale, running, other}) {
+        out.write(name, "partial");
+    }
+    fs::path folder = makeProject();
+    ASSERT_TRUE(exportWith(folder, Edits::fresh(1), out / "movie.mp4"));
+    EXPECT_FALSE(fs::exists(out / stale));
+    EXPECT_TRUE(fs::exists(out / running));
+    EXPECT_TRUE(fs::exists(out / other));
+    EXPECT_TRUE(fs::exists(out / "movie.mp4"));
 }
 
 }  // namespace
