@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <functional>
 #include <pthread.h>
 #include <string>
 #include <thread>
@@ -9,6 +10,7 @@
 
 #include <pulse/context.h>
 #include <pulse/error.h>
+#include <pulse/introspect.h>
 #include <pulse/mainloop.h>
 #include <pulse/simple.h>
 
@@ -26,50 +28,98 @@ constexpr int kSampleRate = 48000;
 constexpr size_t kChunkFrames = kSampleRate / 100;
 constexpr auto kConnectTimeout = std::chrono::seconds(1);
 
-// Checks that a sound server answers, within a second and without starting one: libpulse may
-// otherwise try to spawn a server, and the simple API waits for it without a time limit.
-Result<void> reachServer() {
-    pa_mainloop* loop = pa_mainloop_new();
-    if (loop == nullptr) {
-        return AppError("out of memory");
+// A short-lived connection to the sound server that never starts one and gives up after a
+// second: libpulse may otherwise try to spawn a server, and the simple API waits for it
+// without a time limit.
+class ServerQuery {
+public:
+    ServerQuery()
+        : m_loop(pa_mainloop_new()),
+          m_context(m_loop ? pa_context_new(pa_mainloop_get_api(m_loop), "Quillo") : nullptr),
+          m_deadline(std::chrono::steady_clock::now() + kConnectTimeout) {}
+    ~ServerQuery() {
+        if (m_context != nullptr) {
+            pa_context_disconnect(m_context);
+            pa_context_unref(m_context);
+        }
+        if (m_loop != nullptr) {
+            pa_mainloop_free(m_loop);
+        }
     }
-    pa_context* context = pa_context_new(pa_mainloop_get_api(loop), "Quillo");
-    if (context == nullptr) {
-        pa_mainloop_free(loop);
-        return AppError("out of memory");
+    ServerQuery(const ServerQuery&) = delete;
+    ServerQuery& operator=(const ServerQuery&) = delete;
+
+    Result<void> connect() {
+        if (m_context == nullptr) {
+            return AppError("out of memory");
+        }
+        if (pa_context_connect(m_context, nullptr, PA_CONTEXT_NOAUTOSPAWN, nullptr) < 0) {
+            return failure();
+        }
+        return runUntil([this] {
+            pa_context_state_t state = pa_context_get_state(m_context);
+            return state == PA_CONTEXT_READY || !PA_CONTEXT_IS_GOOD(state);
+        });
     }
-    Result<void> result;
-    if (pa_context_connect(context, nullptr, PA_CONTEXT_NOAUTOSPAWN, nullptr) < 0) {
-        result = AppError(pa_strerror(pa_context_errno(context)));
-    } else {
-        const auto deadline = std::chrono::steady_clock::now() + kConnectTimeout;
-        for (;;) {
-            pa_context_state_t state = pa_context_get_state(context);
-            if (state == PA_CONTEXT_READY) {
-                break;
+
+    // The name of the default output. (Its monitor is asked for by name: "@DEFAULT_MONITOR@"
+    // may be linked to the default input instead by PipeWire's session manager.)
+    Result<std::string> defaultSink() {
+        struct Answer {
+            std::string name;
+            bool done = false;
+        } answer;
+        auto collect = [](pa_context*, const pa_server_info* info, void* data) {
+            auto* into = static_cast<Answer*>(data);
+            if (info != nullptr && info->default_sink_name != nullptr) {
+                into->name = info->default_sink_name;
             }
-            if (!PA_CONTEXT_IS_GOOD(state)) {
-                result = AppError(pa_strerror(pa_context_errno(context)));
+            into->done = true;
+        };
+        pa_operation* operation = pa_context_get_server_info(m_context, collect, &answer);
+        if (operation == nullptr) {
+            return failure();
+        }
+        auto waited = runUntil([&] { return answer.done; });
+        pa_operation_unref(operation);
+        if (!waited) {
+            return waited.error();
+        }
+        if (answer.name.empty()) {
+            return AppError("There is no sound output.");
+        }
+        return answer.name;
+    }
+
+private:
+    AppError failure() const { return AppError(pa_strerror(pa_context_errno(m_context))); }
+
+    // Runs the loop until `done` holds, the connection fails or the time is up.
+    Result<void> runUntil(const std::function<bool()>& done) {
+        for (;;) {
+            if (done()) {
                 break;
             }
             auto left = std::chrono::duration_cast<std::chrono::microseconds>(
-                deadline - std::chrono::steady_clock::now());
+                m_deadline - std::chrono::steady_clock::now());
             if (left.count() <= 0) {
-                result = AppError(pa_strerror(PA_ERR_TIMEOUT));
-                break;
+                return AppError(pa_strerror(PA_ERR_TIMEOUT));
             }
-            if (pa_mainloop_prepare(loop, static_cast<int>(left.count())) < 0 ||
-                pa_mainloop_poll(loop) < 0 || pa_mainloop_dispatch(loop) < 0) {
-                result = AppError(pa_strerror(pa_context_errno(context)));
-                break;
+            if (pa_mainloop_prepare(m_loop, static_cast<int>(left.count())) < 0 ||
+                pa_mainloop_poll(m_loop) < 0 || pa_mainloop_dispatch(m_loop) < 0) {
+                return failure();
             }
         }
-        pa_context_disconnect(context);
+        if (pa_context_get_state(m_context) != PA_CONTEXT_READY) {
+            return failure();
+        }
+        return {};
     }
-    pa_context_unref(context);
-    pa_mainloop_free(loop);
-    return result;
-}
+
+    pa_mainloop* m_loop;
+    pa_context* m_context;
+    std::chrono::steady_clock::time_point m_deadline;
+};
 
 // Reads one record stream on a thread of its own and hands each chunk to the handler.
 class PulseSoundInput : public SoundInput {
@@ -121,8 +171,20 @@ private:
 int channelCount(SoundDevice device) { return device == SoundDevice::System ? 2 : 1; }
 
 Result<std::unique_ptr<SoundInput>> SoundInput::open(SoundDevice device, Handler onSound) {
-    if (auto reached = reachServer(); !reached) {
-        return reached.error();
+    const bool system = device == SoundDevice::System;
+    std::string source;
+    {
+        ServerQuery server;
+        if (auto connected = server.connect(); !connected) {
+            return connected.error();
+        }
+        if (system) {
+            auto sink = server.defaultSink();
+            if (!sink) {
+                return sink.error();
+            }
+            source = *sink + ".monitor";
+        }
     }
     const int channels = channelCount(device);
     pa_sample_spec spec{};
@@ -135,10 +197,9 @@ Result<std::unique_ptr<SoundInput>> SoundInput::open(SoundDevice device, Handler
     attributes.prebuf = static_cast<uint32_t>(-1);
     attributes.minreq = static_cast<uint32_t>(-1);
     attributes.fragsize = static_cast<uint32_t>(kChunkFrames * channels * sizeof(float));
-    const bool system = device == SoundDevice::System;
     int error = 0;
     pa_simple* stream =
-        pa_simple_new(nullptr, "Quillo", PA_STREAM_RECORD, system ? "@DEFAULT_MONITOR@" : nullptr,
+        pa_simple_new(nullptr, "Quillo", PA_STREAM_RECORD, system ? source.c_str() : nullptr,
                       system ? "App sound" : "Microphone", &spec, nullptr, &attributes, &error);
     if (stream == nullptr) {
         return AppError(pa_strerror(error));
