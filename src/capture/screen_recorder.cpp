@@ -33,6 +33,9 @@ constexpr int kSampleRate = 48000;
 // Sound more than this far from where its samples would fall contiguously is realigned, with
 // silence or by dropping samples; smaller drifts are the sound server's jitter and are ignored.
 constexpr double kMaxSoundDrift = 0.2;
+// Sound that lags the picture by more than twice this (seconds) is not coming: silence fills
+// the track up to this lag, and samples for that time that still come are dropped.
+constexpr double kSoundLagLimit = 1.0;
 // The muxer waits at most this long (microseconds) for a quiet track before writing the others.
 constexpr int64_t kMaxInterleaveDelta = 500000;
 // Screen text through libx264 in real time on two cores: the "ultrafast" preset with CABAC and
@@ -450,8 +453,24 @@ struct ScreenRecorder::Impl {
         }
         if (auto encoded = encodePicture(pts); !encoded) {
             fail(kNotSaved, encoded.error().detail);
+        } else if (auto kept = keepSoundUp(static_cast<double>(pts) / settings.fps); !kept) {
+            fail(kNotSaved, kept.error().detail);
         }
         return startedNow;
+    }
+
+    // A device that delivers nothing (or stalled) falls behind the picture: its track gets
+    // silence, so the muxer never waits for it and finish() has little left to fill.
+    Result<void> keepSoundUp(double movieTime) {
+        for (SoundTrack& track : sound) {
+            const int64_t behind = std::llround((movieTime - kSoundLagLimit) * kSampleRate);
+            if (track.next() < behind - kSampleRate) {
+                if (auto padded = queueSound(track, nullptr, behind - track.next()); !padded) {
+                    return padded;
+                }
+            }
+        }
+        return {};
     }
 
     void fail(const char* message, const std::string& detail) {

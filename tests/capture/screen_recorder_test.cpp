@@ -418,6 +418,22 @@ TEST_F(ScreenRecorderTest, AKilledRecordingLeavesAPlayableMovieThatCanBeComplete
     EXPECT_TRUE(indexBeforeData(folder / "cut.mp4"));
 }
 
+TEST_F(ScreenRecorderTest, ARecorderDroppedWithoutFinishingLeavesAMovieThatCanBeCompleted) {
+    {
+        // The microphone never delivers: its track is filled with silence as the picture goes.
+        auto writer = recorder(320, 240, false, true);
+        appendFrames(*writer, 3.1);
+    }
+    EXPECT_FALSE(indexBeforeData(file));
+    auto completed = completeMovie(file);
+    ASSERT_TRUE(completed) << completed.error().detail;
+    // Whole seconds up to a key frame whose fragment was written.
+    EXPECT_GE(*completed, 2.0 - 1e-6);
+    auto streams = nlohmann::json::parse(testing::probe(file))["streams"];
+    ASSERT_EQ(streams.size(), 2u);
+    EXPECT_GE(std::atof(streams[1]["duration"].get<std::string>().c_str()), 0.9);
+}
+
 TEST_F(ScreenRecorderTest, AnUnreadableFileCannotBeRecoveredAndTheLibrarysTextGoesToTheLog) {
     folder.write("broken.mp4", "not a movie at all");
     ::testing::internal::CaptureStderr();
