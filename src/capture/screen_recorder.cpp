@@ -7,7 +7,6 @@
 #include <vector>
 
 extern "C" {
-#include <libavutil/audio_fifo.h>
 #include <libavutil/opt.h>
 }
 
@@ -17,6 +16,7 @@ extern "C" {
 #include "media/colour_convert.h"
 #include "media/ffmpeg_util.h"
 #include "movie_completion.h"
+#include "recording_sound_track.h"
 
 namespace quillo::capture {
 
@@ -29,43 +29,21 @@ constexpr const char* kNotStarted = "The recording could not start.";
 constexpr const char* kNotSaved = "The recording could not be saved.";
 constexpr const char* kNothing = "Nothing was recorded.";
 
-constexpr int kSampleRate = 48000;
-// Sound more than this far from where its samples would fall contiguously is realigned, with
-// silence or by dropping samples; smaller drifts are the sound server's jitter and are ignored.
-constexpr double kMaxSoundDrift = 0.2;
 // Sound that lags the picture by more than twice this (seconds) is not coming: silence fills
 // the track up to this lag, and samples for that time that still come are dropped.
 constexpr double kSoundLagLimit = 1.0;
 // The muxer waits at most this long (microseconds) for a quiet track before writing the others.
 constexpr int64_t kMaxInterleaveDelta = 500000;
 // Screen text through libx264 in real time on two cores: the "ultrafast" preset with CABAC and
-// the 8×8 transform back on (High profile; about 10 % smaller at the same quality for a few
-// percent of time), intra 4×4 and 8×8 blocks in P frames for glyph edges, a weaker deblocking
-// filter so one-pixel strokes stay sharp, no B frames (no reordering delay).
+// the 8×8 transform back on (High profile; about 10 % fewer bits for the same look at no
+// measurable cost), intra 4×4 and 8×8 blocks allowed in P frames (changed glyphs keep their
+// edges), a weaker deblocking filter so one-pixel strokes stay sharp, no B frames (no
+// reordering delay) and key frames only where the recorder asks for them, once a second.
 constexpr const char* kX264Params =
     "cabac=1:8x8dct=1:partitions=i4x4,i8x8:bframes=0:deblock=-1,-1:scenecut=0";
 constexpr int kConstantRateFactor = 20;
 
-void freeFifo(AVAudioFifo* fifo) { av_audio_fifo_free(fifo); }
-using FifoPtr = media::CHandle<AVAudioFifo, freeFifo>;
-
 std::string describe(const std::string& what, int code) { return what + ": " + avError(code); }
-
-// One sound device's AAC track. Samples are placed contiguously from the movie's start.
-struct SoundTrack {
-    SoundDevice device = SoundDevice::System;
-    int channels = 2;
-    media::CodecPtr encoder;
-    AVStream* stream = nullptr;
-    FifoPtr fifo;
-    media::FramePtr frame{av_frame_alloc()};
-    int64_t encoded = 0;  // samples handed to the encoder: the next AAC frame's pts
-    bool heard = false;   // a chunk has been placed
-    std::vector<float> planes[2];
-
-    // Position of the next queued sample, in samples from the movie's start.
-    int64_t next() const { return encoded + av_audio_fifo_size(fifo.get()); }
-};
 
 // Where a frame of another size goes inside the movie's picture.
 struct Fit {
@@ -108,10 +86,10 @@ struct ScreenRecorder::Impl {
     uint64_t lastSerial = 0;
     int64_t lastPts = -1;
     int64_t lastKeyPts = 0;
-    std::vector<uint8_t> canvas;  // BGRA of the settings' size for frames of another size
+    std::vector<uint32_t> canvas;  // BGRA of the settings' size for frames of another size
     Fit canvasFit;
 
-    std::vector<SoundTrack> sound;
+    std::vector<std::unique_ptr<RecordingSoundTrack>> sound;
     media::PacketPtr packet{av_packet_alloc()};
 
     ~Impl() { closeFile(); }
@@ -179,44 +157,15 @@ struct ScreenRecorder::Impl {
     }
 
     Result<void> openSound(SoundDevice device) {
-        const AVCodec* codec = avcodec_find_encoder(AV_CODEC_ID_AAC);
-        if (codec == nullptr) {
-            return AppError({}, "no AAC encoder");
+        auto track = RecordingSoundTrack::open(
+            output.get(), device,
+            [this](AVCodecContext* encoder, AVStream* stream, const AVFrame* frame) {
+                return encode(encoder, stream, frame);
+            });
+        if (!track) {
+            return track.error();
         }
-        SoundTrack& track = sound.emplace_back();
-        track.device = device;
-        track.channels = channelCount(device);
-        track.encoder.reset(avcodec_alloc_context3(codec));
-        AVCodecContext* c = track.encoder.get();
-        if (c == nullptr || !track.frame) {
-            return AppError({}, "out of memory");
-        }
-        c->sample_fmt = AV_SAMPLE_FMT_FLTP;
-        c->sample_rate = kSampleRate;
-        c->bit_rate = device == SoundDevice::System ? 192000 : 128000;
-        av_channel_layout_default(&c->ch_layout, track.channels);
-        c->time_base = AVRational{1, kSampleRate};
-        c->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
-        if (int code = avcodec_open2(c, codec, nullptr); code < 0) {
-            return AppError({}, describe("open the sound encoder", code));
-        }
-        track.stream = avformat_new_stream(output.get(), nullptr);
-        if (track.stream == nullptr) {
-            return AppError({}, "add a sound stream: out of memory");
-        }
-        track.stream->time_base = c->time_base;
-        if (int code = avcodec_parameters_from_context(track.stream->codecpar, c); code < 0) {
-            return AppError({}, describe("describe a sound stream", code));
-        }
-        track.fifo.reset(
-            av_audio_fifo_alloc(AV_SAMPLE_FMT_FLTP, track.channels, c->frame_size * 4));
-        track.frame->format = AV_SAMPLE_FMT_FLTP;
-        track.frame->nb_samples = c->frame_size;
-        track.frame->sample_rate = kSampleRate;
-        av_channel_layout_copy(&track.frame->ch_layout, &c->ch_layout);
-        if (!track.fifo || av_frame_get_buffer(track.frame.get(), 0) < 0) {
-            return AppError({}, "allocate sound buffers: out of memory");
-        }
+        sound.push_back(std::move(*track));
         return {};
     }
 
@@ -308,23 +257,18 @@ struct ScreenRecorder::Impl {
         const uint8_t* pixels = frame.pixels;
         int stride = frame.stride;
         if (frame.width != settings.width || frame.height != settings.height) {
-            const size_t size = static_cast<size_t>(settings.width) * settings.height * 4;
+            const size_t size = static_cast<size_t>(settings.width) * settings.height;
             Fit fit = fitInside(frame.width, frame.height, settings.width, settings.height);
             if (canvas.size() != size || !(fit == canvasFit)) {
-                // Opaque black around the picture.
-                canvas.assign(size, 0);
-                for (size_t i = 3; i < size; i += 4) {
-                    canvas[i] = 255;
-                }
+                canvas.assign(size, 0xff000000u);  // opaque black around the picture
                 canvasFit = fit;
             }
-            const int canvasStride = settings.width * 4;
-            uint8_t* into =
-                canvas.data() + static_cast<ptrdiff_t>(fit.y) * canvasStride + fit.x * 4;
-            libyuv::ARGBScale(frame.pixels, frame.stride, frame.width, frame.height, into,
-                              canvasStride, fit.width, fit.height, libyuv::kFilterBox);
-            pixels = canvas.data();
-            stride = canvasStride;
+            uint32_t* into = canvas.data() + static_cast<ptrdiff_t>(fit.y) * settings.width + fit.x;
+            stride = settings.width * 4;
+            libyuv::ARGBScale(frame.pixels, frame.stride, frame.width, frame.height,
+                              reinterpret_cast<uint8_t*>(into), stride, fit.width, fit.height,
+                              libyuv::kFilterBox);
+            pixels = reinterpret_cast<const uint8_t*>(canvas.data());
         }
         media::bgraToI420BT709(pixels, stride, settings.width, settings.height, picture->data[0],
                                picture->linesize[0], picture->data[1], picture->linesize[1],
@@ -334,90 +278,18 @@ struct ScreenRecorder::Impl {
 
     // --- sound
 
-    SoundTrack* track(SoundDevice device) {
-        for (SoundTrack& track : sound) {
-            if (track.device == device) {
-                return &track;
+    RecordingSoundTrack* track(SoundDevice device) {
+        for (auto& track : sound) {
+            if (track->device() == device) {
+                return track.get();
             }
         }
         return nullptr;
     }
 
-    // Encodes whole AAC frames from the queue; with a `limit` (samples from the start), the rest
-    // up to it too, and drops what lies beyond.
-    Result<void> drainSound(SoundTrack& track, std::optional<int64_t> limit = std::nullopt) {
-        const int size = track.encoder->frame_size;
-        for (;;) {
-            int count = std::min(size, av_audio_fifo_size(track.fifo.get()));
-            if (limit) {
-                count = static_cast<int>(std::clamp<int64_t>(*limit - track.encoded, 0, count));
-            } else if (count < size) {
-                return {};
-            }
-            if (count == 0) {
-                av_audio_fifo_reset(track.fifo.get());
-                return {};
-            }
-            if (int code = av_frame_make_writable(track.frame.get()); code < 0) {
-                return AppError({}, describe("encode sound", code));
-            }
-            av_audio_fifo_read(track.fifo.get(), reinterpret_cast<void**>(track.frame->data),
-                               count);
-            track.frame->nb_samples = count;
-            track.frame->pts = track.encoded;
-            track.encoded += count;
-            if (auto done = encode(track.encoder.get(), track.stream, track.frame.get()); !done) {
-                return done;
-            }
-        }
-    }
-
-    // Queues `frames` interleaved sample frames (silence for null) and encodes what is whole.
-    Result<void> queueSound(SoundTrack& track, const float* samples, int64_t frames) {
-        constexpr int64_t kBlock = 4096;
-        for (int64_t done = 0; done < frames;) {
-            const int count = static_cast<int>(std::min(kBlock, frames - done));
-            void* planes[2] = {};
-            for (int c = 0; c < track.channels; ++c) {
-                std::vector<float>& plane = track.planes[c];
-                plane.resize(static_cast<size_t>(count));
-                for (int i = 0; i < count; ++i) {
-                    plane[static_cast<size_t>(i)] =
-                        samples ? samples[(done + i) * track.channels + c] : 0.0f;
-                }
-                planes[c] = plane.data();
-            }
-            if (av_audio_fifo_write(track.fifo.get(), planes, count) < count) {
-                return AppError({}, "queue sound: out of memory");
-            }
-            done += count;
-            if (auto drained = drainSound(track); !drained) {
-                return drained;
-            }
-        }
-        return {};
-    }
-
-    Result<void> placeSound(SoundTrack& track, const float* samples, size_t frames, double time) {
-        int64_t at = std::llround((time - startTime) * kSampleRate);
-        int64_t skip = 0;
-        const int64_t drift = at - track.next();
-        if (!track.heard || std::abs(drift) > kMaxSoundDrift * kSampleRate) {
-            // The first chunk (or one far off): what lies before the start or before the
-            // samples already placed is dropped, a gap becomes silence.
-            skip = std::clamp<int64_t>(-drift, 0, static_cast<int64_t>(frames));
-            if (skip == static_cast<int64_t>(frames)) {
-                return {};
-            }
-            if (drift > 0) {
-                if (auto padded = queueSound(track, nullptr, drift); !padded) {
-                    return padded;
-                }
-            }
-            track.heard = true;
-        }
-        return queueSound(track, samples + skip * track.channels,
-                          static_cast<int64_t>(frames) - skip);
+    // Samples from the movie's start to steady-clock `time`.
+    int64_t soundPosition(double time) const {
+        return std::llround((time - startTime) * kRecordingSampleRate);
     }
 
     // --- frames
@@ -462,12 +334,10 @@ struct ScreenRecorder::Impl {
     // A device that delivers nothing (or stalled) falls behind the picture: its track gets
     // silence, so the muxer never waits for it and finish() has little left to fill.
     Result<void> keepSoundUp(double movieTime) {
-        for (SoundTrack& track : sound) {
-            const int64_t behind = std::llround((movieTime - kSoundLagLimit) * kSampleRate);
-            if (track.next() < behind - kSampleRate) {
-                if (auto padded = queueSound(track, nullptr, behind - track.next()); !padded) {
-                    return padded;
-                }
+        const int64_t position = std::llround((movieTime - kSoundLagLimit) * kRecordingSampleRate);
+        for (auto& track : sound) {
+            if (auto kept = track->keepUp(position, kRecordingSampleRate); !kept) {
+                return kept;
             }
         }
         return {};
@@ -494,19 +364,12 @@ struct ScreenRecorder::Impl {
         if (auto done = encode(video.get(), videoStream, nullptr); !done) {
             return done;
         }
-        const int64_t soundEnd = std::llround(std::max<int64_t>(lastPts + 1, 1) *
-                                              static_cast<double>(kSampleRate) / settings.fps);
-        for (SoundTrack& track : sound) {
-            // Each track lasts as long as the picture: silence where the device fell behind.
-            if (int64_t missing = soundEnd - track.next(); missing > 0) {
-                if (auto padded = queueSound(track, nullptr, missing); !padded) {
-                    return padded;
-                }
-            }
-            if (auto drained = drainSound(track, soundEnd); !drained) {
-                return drained;
-            }
-            if (auto done = encode(track.encoder.get(), track.stream, nullptr); !done) {
+        // Each track lasts as long as the picture: silence where the device fell behind.
+        const int64_t soundEnd =
+            std::llround(std::max<int64_t>(lastPts + 1, 1) *
+                         static_cast<double>(kRecordingSampleRate) / settings.fps);
+        for (auto& track : sound) {
+            if (auto done = track->finish(soundEnd); !done) {
                 return done;
             }
         }
@@ -585,11 +448,11 @@ void ScreenRecorder::appendSound(SoundDevice device, const float* samples, size_
     std::optional<AppError> failed;
     {
         std::lock_guard lock(m->mutex);
-        SoundTrack* track = m->track(device);
+        RecordingSoundTrack* track = m->track(device);
         if (!m->started || !m->accepting() || track == nullptr) {
             return;
         }
-        if (auto placed = m->placeSound(*track, samples, frames, time); !placed) {
+        if (auto placed = track->place(samples, frames, m->soundPosition(time)); !placed) {
             m->fail(kNotSaved, placed.error().detail);
             failed = m->failure;
         }
