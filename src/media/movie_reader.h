@@ -73,8 +73,9 @@ public:
     // Decodes the sound between `start` and `end` (movie seconds) and hands it to `sink` in
     // chunks of `frames` sample frames; the sink returns false to stop early. Several sound
     // tracks (app sound and microphone) are mixed into one: summed, a mono track on both sides,
-    // clamped to full scale. A movie without sound delivers nothing and succeeds. Uses its own file handle, so it may run on another
-    // thread beside frame reading of a different reader.
+    // clamped to full scale. A movie without sound delivers nothing and succeeds. Uses file
+    // handles of its own, so it may run on another thread beside frame reading of a different
+    // reader.
     using SoundSink = std::function<bool(const float* samples, size_t frames)>;
     static Result<void> readSound(const std::filesystem::path& file, const SoundFormat& format,
                                   double start, double end, const SoundSink& sink);
