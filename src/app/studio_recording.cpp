@@ -82,6 +82,10 @@ void StudioModel::start() {
     m_stopRequested = false;
     m_startNotice.clear();
     ++m_attempt;
+    // Step aside: the recorded app comes to the front (there is no studio window to hide yet).
+    if (m_preferences.get(prefs::stepAside) && m_source->kind == "window") {
+        m_capture->backend().activate(m_source->id);
+    }
     int64_t seconds = m_preferences.get(prefs::countdown);
     if (seconds < 1) {
         beginRecording();

@@ -66,6 +66,10 @@ public:
     virtual Result<std::optional<SourceRef>> pick(bool displayOnly, double timeout,
                                                   CancelToken cancel) = 0;
 
+    // Brings the window to the front and gives it the keyboard (through the window manager);
+    // backends that can't do nothing.
+    virtual void activate(uint32_t /*id*/) {}
+
     virtual Result<std::unique_ptr<ScreenGrabber>> grabber() = 0;
     virtual Result<std::unique_ptr<InputWatcher>> watchInput(
         std::function<void(const InputEvent&)> onInput) = 0;
