@@ -10,8 +10,7 @@ namespace quillo::app::texts {
 
 inline constexpr const char* kChooseSource = "Choose a window or display to start.";
 inline constexpr const char* kReadyToRecord = "Ready to record.";
-inline constexpr const char* kChooseInPicker =
-    "Choose your source: click a window, or anywhere on a display. Escape cancels.";
+inline constexpr const char* kChooseInPicker = "Choose your source in the sharing picker.";
 inline constexpr const char* kCountdownCancelled = "Countdown cancelled.";
 inline constexpr const char* kStarting = "Starting recording…";
 inline constexpr const char* kPaused = "Paused. Anything you do now is cut from the video.";
