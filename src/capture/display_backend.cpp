@@ -1,0 +1,28 @@
+// Chooses the display backend for this session.
+
+#include "display_backend.h"
+
+#include <cstdlib>
+#include <string>
+
+#include "base/log.h"
+#include "x11/x11_backend.h"
+
+namespace quillo::capture {
+
+std::shared_ptr<DisplayBackend> makeDisplayBackend() {
+    const char* variable = std::getenv("QUILLO_CAPTURE");
+    std::string choice = variable != nullptr ? variable : "";
+    if (choice == "none") {
+        return makeNullBackend();
+    }
+    if (auto backend = x11::makeX11Backend()) {
+        return backend;
+    }
+    if (choice == "x11") {
+        logError("app.quillo.capture", "QUILLO_CAPTURE is x11, but the X display can't be opened");
+    }
+    return makeNullBackend();
+}
+
+}  // namespace quillo::capture
