@@ -203,9 +203,6 @@ public:
         if (!desktop) {
             return std::nullopt;
         }
-        // States and children change all the time; the cache would only be fresh with a main
-        // loop running.
-        atspi_accessible_set_cache_mask(desktop.get(), ATSPI_CACHE_NONE);
         bool ok = false;
         int apps = checked(
             ok, [&](GError** e) { return atspi_accessible_get_child_count(desktop.get(), e); });
@@ -237,6 +234,8 @@ private:
     static std::optional<Rect> caretInApp(AtspiAccessible* app) {
         auto focused = focusedByCollection(app);
         if (!focused) {
+            // The walk reads cached children and states; start it from the app's current ones.
+            atspi_accessible_clear_cache(app);
             focused.emplace();
             int budget = kMaxWalkNodes;
             walkForFocus(app, 0, budget, *focused);
