@@ -3,6 +3,7 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <csignal>
 #include <future>
 #include <mutex>
 #include <sstream>
@@ -13,6 +14,7 @@
 
 #include "capture/caret_locator.h"
 #include "capture/display_backend.h"
+#include "support/child_process.h"
 #include "support/movies.h"
 #include "support/temp_folder.h"
 #include "support/x_session.h"
@@ -380,14 +382,14 @@ TEST_F(Bare, WatchesClicksAndKeysAnywhere) {
     });
     ASSERT_TRUE(watcher);
     x->xdotool("click 4");  // a wheel step: not a press
-    x->xdotool("click 3");
+    x->xdotool("click 1");
     x->xdotool("key a");
     x->xdotool("key shift");
     std::unique_lock lock(mutex);
     ASSERT_TRUE(
         arrived.wait_for(lock, std::chrono::seconds(5), [&] { return events.size() >= 3; }));
     EXPECT_EQ(events[0].kind, InputEvent::Kind::Press);
-    EXPECT_EQ(events[0].button, 3);
+    EXPECT_EQ(events[0].button, 1);
     EXPECT_EQ(events[1].kind, InputEvent::Kind::Key);
     EXPECT_GT(events[1].keycode, 8);
     EXPECT_FALSE(events[1].modifier);
@@ -439,6 +441,16 @@ TEST_F(Accessible, FindsTheCaretOfTheFocusedField) {
 
     EXPECT_TRUE(locator->locate(0)) << "any app";
     EXPECT_FALSE(locator->locate(getpid())) << "an app without a field";
+}
+
+TEST_F(Bare, FindsNoCaretWithoutAnAccessibilityBus) {
+    // libatspi connects once per process: the bus-less case runs in a child of its own.
+    pid_t child = testing::forkChild([] {
+        if (makeCaretLocator()->locate(0) || makeCaretLocator()->locate(1)) {
+            std::raise(SIGUSR1);
+        }
+    });
+    EXPECT_EQ(testing::waitForSignal(child), 0);
 }
 
 }  // namespace
