@@ -343,6 +343,9 @@ TEST_F(Picker, AClickPicksTheWindowOrTheMonitorUnderIt) {
     int insideY = static_cast<int>(frame.y + 20);
 
     EXPECT_EQ(clickAt(pick(false), insideX, insideY), (SourceRef{SourceRef::Kind::Window, id}));
+    EXPECT_EQ(clickAt(pick(false), insideX + 40, static_cast<int>(frame.y - 8)),
+              (SourceRef{SourceRef::Kind::Window, id}))
+        << "the title bar picks the window inside its frame";
     EXPECT_EQ(clickAt(pick(true), insideX, insideY), (SourceRef{SourceRef::Kind::Display, 0}));
     EXPECT_EQ(clickAt(pick(false), 900, 600), (SourceRef{SourceRef::Kind::Display, 0}))
         << "the bare desktop";

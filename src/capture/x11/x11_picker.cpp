@@ -51,8 +51,9 @@ private:
     Cursor m_cursor;
 };
 
-// The app window under the root point: the first window on the way down that carries WM_STATE,
-// or without a window manager the child of the root. None over the bare root.
+// The app window under the root point: the first window on the way down that carries WM_STATE
+// (over a frame's decorations, the client inside that frame), or without a window manager the
+// child of the root. None over the bare root.
 std::optional<Window> windowAt(Display* display, const Atoms& atoms, Window topLevel, int x,
                                int y) {
     if (topLevel == 0) {
@@ -73,7 +74,7 @@ std::optional<Window> windowAt(Display* display, const Atoms& atoms, Window topL
         current = child;
     }
     (void)trap.failed();
-    return topLevel;
+    return clientWindowOf(display, atoms, topLevel).value_or(topLevel);
 }
 
 SourceRef monitorAt(Display* display, int x, int y) {
