@@ -73,7 +73,9 @@ pid_t launch(const std::vector<std::string>& argv, int passFd = -1) {
     ::dup2(quiet, STDIN_FILENO);
     ::dup2(quiet, STDOUT_FILENO);
     ::dup2(quiet, STDERR_FILENO);
-    if (passFd >= 0) {
+    if (passFd == kPassedFd) {
+        ::fcntl(passFd, F_SETFD, 0);  // dup2 onto itself would keep close-on-exec
+    } else if (passFd >= 0) {
         ::dup2(passFd, kPassedFd);
     }
     ::execvp(args[0], args.data());
