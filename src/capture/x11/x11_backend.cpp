@@ -149,6 +149,29 @@ public:
         return pickSource(m_name, displayOnly, timeout, cancel);
     }
 
+    void activate(uint32_t id) override {
+        std::lock_guard lock(m_mutex);
+        Display* display = m_display.get();
+        ErrorTrap trap(display);
+        if (hasWindowManager(display, m_atoms)) {
+            // Through the window manager, as a pager would ask, so it is honoured.
+            XEvent event{};
+            event.xclient.type = ClientMessage;
+            event.xclient.window = id;
+            event.xclient.message_type = XInternAtom(display, "_NET_ACTIVE_WINDOW", False);
+            event.xclient.format = 32;
+            event.xclient.data.l[0] = 2;
+            event.xclient.data.l[1] = CurrentTime;
+            XSendEvent(display, DefaultRootWindow(display), False,
+                       SubstructureRedirectMask | SubstructureNotifyMask, &event);
+        } else {
+            XRaiseWindow(display, id);
+            XSetInputFocus(display, id, RevertToPointerRoot, CurrentTime);
+        }
+        XFlush(display);
+        (void)trap.failed();
+    }
+
     Result<std::unique_ptr<ScreenGrabber>> grabber() override { return makeGrabber(m_name); }
 
     Result<std::unique_ptr<InputWatcher>> watchInput(
