@@ -14,6 +14,7 @@
 #include "base/files.h"
 #include "base/json.h"
 #include "redaction/sensitive_scanner.h"
+#include "sdk_install.h"
 #include "support/movies.h"
 #include "support/temp_folder.h"
 #include "support/x_session.h"
@@ -23,27 +24,6 @@ namespace {
 
 namespace fs = std::filesystem;
 using testing::TempFolder;
-
-const fs::path kSdk = QUILLO_SDK_TEST_DIR;
-const fs::path kInstall = QUILLO_SDK_INSTALL_DIR;
-
-bool installClient(std::string& why) {
-    std::error_code error;
-    fs::create_directories(kInstall, error);
-    for (const char* name : {"package.json", "package-lock.json", "record.mjs"}) {
-        fs::copy_file(kSdk / name, kInstall / name, fs::copy_options::overwrite_existing, error);
-    }
-    if (fs::exists(kInstall / "node_modules" / "@modelcontextprotocol" / "sdk")) {
-        return true;
-    }
-    std::string command = "cd '" + kInstall.string() +
-                          "' && npm ci --no-audit --no-fund --loglevel=error > npm.log 2>&1";
-    if (std::system(command.c_str()) != 0) {
-        why = testing::commandOutput("cat '" + (kInstall / "npm.log").string() + "'");
-        return false;
-    }
-    return true;
-}
 
 double probeDuration(const fs::path& file, const std::string& stream = "v:0") {
     std::string text = testing::commandOutput(
@@ -66,7 +46,7 @@ class Recording : public ::testing::Test {
 protected:
     void SetUp() override {
         std::string why;
-        if (!installClient(why)) {
+        if (!installSdkClient(why)) {
             GTEST_SKIP() << "npm could not install the MCP SDK client: " << why;
         }
         x = testing::XSession::start({}, why);
@@ -116,10 +96,7 @@ protected:
         info.reset();
     }
 
-    std::string node(const std::string& arguments) {
-        return testing::commandOutput("cd '" + kInstall.string() + "' && node record.mjs " +
-                                      arguments + " 2>&1; echo \"exit $?\"");
-    }
+    std::string node(const std::string& arguments) { return runSdkScript("record.mjs", arguments); }
     std::string address() {
         return "'" + (*info)["url"].get<std::string>() + "' " + (*info)["token"].get<std::string>();
     }

@@ -14,6 +14,7 @@
 #include "base/files.h"
 #include "base/json.h"
 #include "project/project_library.h"
+#include "sdk_install.h"
 #include "support/movies.h"
 #include "support/temp_folder.h"
 
@@ -23,33 +24,11 @@ namespace {
 namespace fs = std::filesystem;
 using testing::TempFolder;
 
-const fs::path kSdk = QUILLO_SDK_TEST_DIR;         // sources: package.json, lock, client.mjs
-const fs::path kInstall = QUILLO_SDK_INSTALL_DIR;  // the build tree's copy with node_modules
-
-// Installs the pinned client once per build tree; false (with the reason) when npm can't.
-bool installClient(std::string& why) {
-    std::error_code error;
-    fs::create_directories(kInstall, error);
-    for (const char* name : {"package.json", "package-lock.json", "client.mjs"}) {
-        fs::copy_file(kSdk / name, kInstall / name, fs::copy_options::overwrite_existing, error);
-    }
-    if (fs::exists(kInstall / "node_modules" / "@modelcontextprotocol" / "sdk")) {
-        return true;
-    }
-    std::string command = "cd '" + kInstall.string() +
-                          "' && npm ci --no-audit --no-fund --loglevel=error > npm.log 2>&1";
-    if (std::system(command.c_str()) != 0) {
-        why = testing::commandOutput("cat '" + (kInstall / "npm.log").string() + "'");
-        return false;
-    }
-    return true;
-}
-
 class SdkClient : public ::testing::Test {
 protected:
     void SetUp() override {
         std::string why;
-        if (!installClient(why)) {
+        if (!installSdkClient(why)) {
             GTEST_SKIP() << "npm could not install the MCP SDK client: " << why;
         }
         testing::isolateHome(environment, home.path());
@@ -93,10 +72,7 @@ protected:
         return std::nullopt;
     }
 
-    std::string node(const std::string& arguments) {
-        return testing::commandOutput("cd '" + kInstall.string() + "' && node client.mjs " +
-                                      arguments + " 2>&1; echo \"exit $?\"");
-    }
+    std::string node(const std::string& arguments) { return runSdkScript("client.mjs", arguments); }
 
     TempFolder home;
     testing::ScopedEnvironment environment;

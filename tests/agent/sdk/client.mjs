@@ -2,6 +2,7 @@
 // `quillo --mcp`: initialize, list tools, edit a recording, render a frame, export, undo.
 //   node client.mjs http URL TOKEN RECORDING_ID
 //   node client.mjs stdio QUILLO RECORDING_ID
+import { check, json } from "./checks.mjs";
 import { Client } from "@modelcontextprotocol/sdk/client/index.js";
 import { StreamableHTTPClientTransport } from "@modelcontextprotocol/sdk/client/streamableHttp.js";
 import { StdioClientTransport } from "@modelcontextprotocol/sdk/client/stdio.js";
@@ -19,20 +20,6 @@ if (mode === "http") {
   const [quillo, id] = rest;
   recording = id;
   transport = new StdioClientTransport({ command: quillo, args: ["--mcp"], env: process.env });
-}
-
-function fail(message) {
-  console.error(message);
-  process.exit(1);
-}
-
-function check(condition, message) {
-  if (!condition) fail(message);
-}
-
-function json(result, what) {
-  check(!result.isError, `${what} failed: ${JSON.stringify(result.content)}`);
-  return JSON.parse(result.content[0].text);
 }
 
 const client = new Client({ name: "quillo-test", version: "1.0.0" });

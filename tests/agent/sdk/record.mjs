@@ -4,6 +4,7 @@
 //   node record.mjs start URL TOKEN PID                share and start recording, then leave
 import { execFileSync } from "node:child_process";
 import { writeFileSync } from "node:fs";
+import { check, json } from "./checks.mjs";
 import { Client } from "@modelcontextprotocol/sdk/client/index.js";
 import { StreamableHTTPClientTransport } from "@modelcontextprotocol/sdk/client/streamableHttp.js";
 
@@ -12,17 +13,6 @@ const transport = new StreamableHTTPClientTransport(new URL(url), {
   requestInit: { headers: { Authorization: `Bearer ${token}` } },
 });
 
-function fail(message) {
-  console.error(message);
-  process.exit(1);
-}
-function check(condition, message) {
-  if (!condition) fail(message);
-}
-function json(result, what) {
-  check(!result.isError, `${what} failed: ${JSON.stringify(result.content)}`);
-  return JSON.parse(result.content[0].text);
-}
 const sleep = (seconds) => new Promise((done) => setTimeout(done, seconds * 1000));
 const xdotool = (...args) => execFileSync("xdotool", args, { encoding: "utf8" });
 
