@@ -106,12 +106,28 @@ struct CaptureSession::Stream {
     std::unique_ptr<ScreenGrabber> grabber;
     FramePtr last;
     Rect lastArea;
+    std::optional<Point> lastPointer;  // where the drawn-in cursor was
+    int sinceGrab = 0;                 // ticks since the last grab
+    double gridStart = 0;              // steady time of the first tick
+    int64_t lastIndex = -1;            // the last tick's slot on the 1/fps grid
+    int fps = 30;
     bool failed = false;
     std::unique_ptr<RepeatingTimer> timer;  // stopped on the main queue before release
 
     void tick(PreviewFrames& frames, RecorderSlot& writing, TaskQueue& main,
               const std::function<void(std::string)>& onError) {
-        double now = monotonicSeconds();
+        // Ticks are due on a grid of 1/fps and run a little late; stamping each with its slot's
+        // time (not the moment it ran) keeps two ticks from ever sharing a slot of the movie.
+        double ranAt = monotonicSeconds();
+        if (gridStart == 0) {
+            gridStart = ranAt;
+        }
+        auto index = static_cast<int64_t>(std::floor((ranAt - gridStart) * fps + 0.1));
+        if (index <= lastIndex) {
+            return;
+        }
+        lastIndex = index;
+        double now = gridStart + static_cast<double>(index) / fps;
         Rect area;
         Size size;
         bool cursor;
@@ -134,8 +150,15 @@ struct CaptureSession::Stream {
             grabber = std::move(*made);
         }
         // An unchanged screen costs a damage check: no grab, no conversion, and the writer is
-        // handed the same frame, which it encodes as a repeat.
-        bool changed = !last || area != lastArea || cursor || grabber->changed(area);
+        // handed the same frame, which it encodes as a repeat. A drawn-in cursor is redrawn when
+        // the pointer moves, and twice a second for a new cursor picture.
+        bool changed = !last || area != lastArea || grabber->changed(area);
+        if (cursor && !changed) {
+            std::optional<Point> pointer = backend->pointer();
+            changed = pointer != lastPointer || sinceGrab >= fps / 2;
+            lastPointer = pointer;
+        }
+        ++sinceGrab;
         if (changed) {
             auto grabbed = grabber->grab(area, cursor);
             if (!grabbed) {
@@ -145,6 +168,7 @@ struct CaptureSession::Stream {
             }
             last = scaled(*grabbed, size);
             lastArea = area;
+            sinceGrab = 0;
             frames.store(last);
         } else if (last->width != size.width || last->height != size.height) {
             last = scaled(last, size);
@@ -188,6 +212,7 @@ void CaptureSession::startStream() {
     stream->backend = m_backend;
     stream->area = clipToScreen(m_area, m_backend->monitors().value_or(std::vector<MonitorInfo>{}));
     stream->size = m_size;
+    stream->fps = std::max(1, m_settings.fps);
     m_stream = stream;
     auto alive = m_alive;
     auto onError = [this, alive](const std::string& message) {
