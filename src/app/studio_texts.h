@@ -19,7 +19,7 @@ inline constexpr const char* kSaved = "Saved. Trim, zoom, and export below.";
 inline constexpr const char* kRecordingFailed = "Recording failed.";
 inline constexpr const char* kExportBlocksQuit = "Finish or cancel the export before closing.";
 inline constexpr const char* kNotRetina =
-    " This display isn't Retina, so zooms will look soft; record on a Retina display for sharp "
+    " This display isn't HiDPI, so zooms will look soft; record on a HiDPI display for sharp "
     "ones.";
 // Agent-facing answers of the recording tools.
 inline constexpr const char* kNoRecordingUnderWay = "No recording is in progress.";
