@@ -1,5 +1,6 @@
 // The quillo executable: the studio, the headless mode and the command-line tools.
 
+#include <atomic>
 #include <cstring>
 #include <iostream>
 #include <signal.h>
@@ -69,18 +70,28 @@ int runHeadless() {
     sigaddset(&signals, SIGINT);
     sigaddset(&signals, SIGTERM);
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-    // Quitting waits for a recording under way to be saved.
+    // Quitting waits for a recording under way to be saved; a second signal quits at once (the
+    // next start completes what the recording left).
     std::shared_ptr<app::StudioModel> studio;
+    std::atomic<bool> finished{false};
     std::thread waiter([&] {
-        int received = 0;
-        sigwait(&signals, &received);
-        mainQueue.post([&] {
-            if (!studio || studio->requestQuit()) {
+        for (int count = 0;; ++count) {
+            int received = 0;
+            sigwait(&signals, &received);
+            if (finished || count > 0) {
                 mainQueue.quit();
-            } else {
-                studio->onSafeQuit = [&] { mainQueue.quit(); };
+                return;
             }
-        });
+            mainQueue.post([&] {
+                if (!studio || studio->requestQuit()) {
+                    mainQueue.quit();
+                    return;
+                }
+                std::cout << "Saving the recording before quitting (Ctrl+C again quits now)…\n"
+                          << std::flush;
+                studio->onSafeQuit = [&] { mainQueue.quit(); };
+            });
+        }
     });
 
     app::Preferences& preferences = app::Preferences::shared();
@@ -147,6 +158,7 @@ int runHeadless() {
     studio.reset();
     preferences.store().stopWatching();
     // The waiter is still in sigwait when quit came from elsewhere; wake it.
+    finished = true;
     pthread_kill(waiter.native_handle(), SIGTERM);
     waiter.join();
     MainQueue::install(nullptr);
