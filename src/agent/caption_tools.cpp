@@ -10,6 +10,7 @@
 #include "editor/editor_model.h"
 #include "project/edits_json.h"
 #include "render/export_preset.h"
+#include "tool_families.h"
 
 namespace quillo::agent::caption_tools {
 
@@ -232,3 +233,67 @@ Result<Content> exportFile(const ToolContext& context, const Arguments& args) {
 }
 
 }  // namespace quillo::agent::caption_tools
+
+namespace quillo::agent::families {
+
+namespace fs = std::filesystem;
+using editor::EditorModel;
+using project::Edits;
+
+void addCaptionTools(const AddTool& add, const ToolContext& context) {
+    using namespace schema;
+    const Json id = recordingId();
+    const Json seconds = number("Seconds.");
+
+    add("generate_captions",
+        "Transcribes the recording's speech on this computer (nothing is uploaded) into timed "
+        "captions and turns them on. Replaces existing captions. Waits until done; long "
+        "recordings or a first-time language model download can take a while.",
+        {{"id", id},
+         {"language", string("Locale identifier such as en_US or de_DE (default: the user's "
+                             "caption language, else the system's).")}},
+        {"id"},
+        [context](const Arguments& args) { return caption_tools::generate(context, args); });
+    add("get_captions",
+        "The recording's captions (index, start, end, text; seconds on the recording's "
+        "timeline) and their style.",
+        {{"id", id}}, {"id"},
+        [context](const Arguments& args) { return caption_tools::get(context, args); });
+    add("set_captions",
+        "Replaces all captions. Times are seconds on the recording's timeline, in order, not "
+        "overlapping. Lines whose times are unchanged keep their word timings.",
+        {{"id", id},
+         {"segments",
+          {{"type", "array"},
+           {"description", "The captions."},
+           {"items",
+            {{"type", "object"},
+             {"properties",
+              {{"start", seconds}, {"end", seconds}, {"text", string("What's said.")}}},
+             {"required", {"start", "end", "text"}}}}}}},
+        {"id", "segments"},
+        [context](const Arguments& args) { return caption_tools::set(context, args); });
+    add("set_caption_style", "How captions look in the video. Only the fields given change.",
+        {{"id", id},
+         {"visible", boolean("Burn captions into the video.")},
+         {"size", number("Text size multiplier, 0.5–2.5 (default 1).")},
+         {"position", string("Where captions sit on the canvas.", {"bottom", "top"})},
+         {"background", string("A dark rounded backdrop behind the text, or none (shadowed "
+                               "text).",
+                               {"pill", "none"})},
+         {"max_characters", integer("Characters per line, 12–80; captions show at most two "
+                                    "lines at a time.")},
+         {"highlight_words", boolean("Highlight each word as it's spoken.")}},
+        {"id"},
+        [context](const Arguments& args) { return caption_tools::setStyle(context, args); });
+    add("export_captions",
+        "Writes the captions as a subtitle file timed to the finished video (trim, cuts, and "
+        "speed-ups applied) and returns its path.",
+        {{"id", id},
+         {"format", string("Subtitle format (default srt).", {"srt", "vtt"})},
+         {"path", string("Where to save (default: the library's Exports folder).")}},
+        {"id"},
+        [context](const Arguments& args) { return caption_tools::exportFile(context, args); });
+}
+
+}  // namespace quillo::agent::families
