@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "agent_tools.h"
+#include "input_tools.h"
 #include "render/image.h"
 #include "tool_families.h"
 
@@ -175,12 +176,13 @@ void addCaptureTools(const AddTool& add, const ToolContext& context) {
          {"button", string("Mouse button (default left).", {"left", "right"})},
          {"count", integer("2 for a double-click (default 1).")},
          {"modifiers", modifiers()}},
-        {"x", "y"}, noSource);
+        {"x", "y"}, [context](const Arguments& args) { return input_tools::click(context, args); });
     add("move_pointer",
         "Moves the visible AI cursor and hovers in the shared app without moving the desktop "
         "mouse. Text inputs show an I-beam.",
         {{"x", x}, {"y", y}, {"duration", number("Move duration in seconds, 0–3 (default 0.25).")}},
-        {"x", "y"}, noSource);
+        {"x", "y"},
+        [context](const Arguments& args) { return input_tools::movePointer(context, args); });
     add("drag",
         "Presses at one point, drags to another, and releases (sliders, selections, "
         "reordering).",
@@ -189,7 +191,8 @@ void addCaptureTools(const AddTool& add, const ToolContext& context) {
          {"to_x", number("Pixels from the left of the screenshot.")},
          {"to_y", number("Pixels from the top of the screenshot.")},
          {"steps", integer("Intermediate moves (default 20).")}},
-        {"from_x", "from_y", "to_x", "to_y"}, noSource);
+        {"from_x", "from_y", "to_x", "to_y"},
+        [context](const Arguments& args) { return input_tools::drag(context, args); });
     add("scroll",
         "Scrolls whatever is under a point. Positive delta_y scrolls down (reveals content "
         "below); positive delta_x scrolls right.",
@@ -197,20 +200,22 @@ void addCaptureTools(const AddTool& add, const ToolContext& context) {
          {"y", y},
          {"delta_y", number("Pixels to scroll down (negative scrolls up).")},
          {"delta_x", number("Pixels to scroll right (negative scrolls left).")}},
-        {"x", "y", "delta_y", "delta_x"}, noSource);
+        {"x", "y", "delta_y", "delta_x"},
+        [context](const Arguments& args) { return input_tools::scroll(context, args); });
     add("type_text",
         "Types text into the app (into whatever was last clicked). Use \\n for Return. Quick by "
         "default; give wpm or delay_ms to type at a human pace on camera.",
         {{"text", string("Text to type.")},
          {"wpm", number("Typing speed in words per minute, 5–300 (e.g. 40 calm, 60 normal).")},
          {"delay_ms", number("Milliseconds between characters, 0–1000 (overrides wpm).")}},
-        {"text"}, noSource);
+        {"text"},
+        [context](const Arguments& args) { return input_tools::typeText(context, args); });
     add("press_key",
         "Presses a key, optionally with modifiers (e.g. key \"l\" with [\"command\"], or "
         "\"escape\", \"return\", \"tab\", \"down\").",
         {{"key", string(std::string("A letter, digit, or one of: ") + texts::kNamedKeys)},
          {"modifiers", modifiers()}},
-        {"key"}, noSource);
+        {"key"}, [context](const Arguments& args) { return input_tools::pressKey(context, args); });
     add("resize_window",
         "Resizes the shared window (window sources only) so takes have a "
         "consistent size.",

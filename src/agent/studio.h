@@ -4,6 +4,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "base/geometry.h"
 #include "base/json.h"
@@ -83,6 +84,16 @@ public:
     virtual Result<Json> resizeWindow(Size size) = 0;
     // Shares a window by process id (0: any) and/or title, without the picker (self-test).
     virtual Result<Json> shareWindow(int32_t pid, const std::string& title) = 0;
+    // Agent input to the shared app in screenshot pixels (origin top left), through the agent's
+    // own pointer and keyboard; each waits until its input was posted. Keys and modifiers are X
+    // keysyms. The answers say where the AI cursor is.
+    virtual Result<Json> click(Point at, int button, int count,
+                               const std::vector<uint32_t>& modifiers) = 0;
+    virtual Result<Json> movePointer(Point to, double duration) = 0;
+    virtual Result<Json> drag(Point from, Point to, int steps) = 0;
+    virtual Result<Json> scroll(Point at, double deltaX, double deltaY) = 0;
+    virtual Result<Json> typeText(const std::string& text, double delay) = 0;
+    virtual Result<Json> pressKey(uint32_t keysym, const std::vector<uint32_t>& modifiers) = 0;
     // The recording under way (its id, and the recording time now), if any.
     virtual std::optional<std::pair<std::string, double>> recordingNow() = 0;
 };

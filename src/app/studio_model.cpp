@@ -5,6 +5,7 @@
 
 #include "agent/agent_texts.h"
 #include "base/repeating_timer.h"
+#include "capture/background_input.h"
 #include "capture/capture_session.h"
 #include "capture/cursor_recorder.h"
 #include "editor/dead_time_remover.h"
@@ -30,6 +31,7 @@ StudioModel::~StudioModel() {
     m_countdown.reset();
     m_ticker.reset();
     m_cursor.reset();
+    m_input.reset();
     m_deadTime.clear();
     m_capture.reset();
 }

@@ -21,6 +21,7 @@ namespace quillo {
 class RepeatingTimer;
 }
 namespace quillo::capture {
+class BackgroundInput;
 class CaptureSession;
 class CursorRecorder;
 }  // namespace quillo::capture
@@ -106,6 +107,13 @@ public:
     Result<Json> resizeWindow(Size size) override;
     Result<Json> shareWindow(int32_t pid, const std::string& title) override;
     std::optional<std::pair<std::string, double>> recordingNow() override;
+    Result<Json> click(Point at, int button, int count,
+                       const std::vector<uint32_t>& modifiers) override;
+    Result<Json> movePointer(Point to, double duration) override;
+    Result<Json> drag(Point from, Point to, int steps) override;
+    Result<Json> scroll(Point at, double deltaX, double deltaY) override;
+    Result<Json> typeText(const std::string& text, double delay) override;
+    Result<Json> pressKey(uint32_t keysym, const std::vector<uint32_t>& modifiers) override;
 
 private:
     void setMessage(std::string text, bool error = false);
@@ -123,6 +131,17 @@ private:
     // pass); true when it did.
     bool waitFor(const std::function<bool()>& done, double seconds);
     Json recordingJson(const project::LocalProject& project) const;
+    // Agent input (studio_input.cpp): screenshot pixels to the screen, the input made on first
+    // use, and a sequence posted and waited for, then recorded in the cursor track.
+    Result<Point> toScreen(Point pixels) const;
+    capture::BackgroundInput& input();
+    Result<Json> postInput(
+        const std::vector<Point>& pixels,
+        const std::function<void(capture::BackgroundInput&, const std::vector<Point>&)>& post,
+        bool click);
+    // The AI cursor's unit position while the agent drives the pointer (until the user's own
+    // pointer moves).
+    std::optional<Point> agentPointer();
 
     project::ProjectLibrary m_library;
     TaskQueue& m_main;
@@ -135,6 +154,8 @@ private:
 
     std::unique_ptr<capture::CaptureSession> m_capture;
     std::unique_ptr<capture::CursorRecorder> m_cursor;
+    std::unique_ptr<capture::BackgroundInput> m_input;
+    std::optional<Point> m_userPointerAtAgentInput;  // the user's pointer when the agent acted
     RecordingState m_state = RecordingState::Idle;
     std::optional<project::CaptureSource> m_source;
     Size m_sourceSize;

@@ -148,6 +148,7 @@ void StudioModel::didStart(double startTime) {
     capture::CursorRecorder::Sources sources;
     sources.geometry = [session] { return session->captureGeometry(); };
     sources.processID = [session] { return session->sourceProcessID(); };
+    sources.agentPointer = [this] { return agentPointer(); };
     m_cursor = std::make_unique<capture::CursorRecorder>(
         m_capture->sharedBackend(), m_main, std::move(sources), capture::makeCaretLocator());
     m_cursor->begin(m_current->directory, m_preferences.get(prefs::smoothCursor),

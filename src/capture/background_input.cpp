@@ -90,6 +90,10 @@ Result<void> BackgroundInput::moveNow(AgentDevices& devices, Point to) {
     return {};
 }
 
+void BackgroundInput::focus(uint32_t window) {
+    run([window](AgentDevices& devices) { return devices.focus(window); });
+}
+
 void BackgroundInput::move(Point to, double duration) {
     run([this, to, duration](AgentDevices& devices) -> Result<void> {
         std::optional<Point> from = position();

@@ -33,6 +33,8 @@ public:
     BackgroundInput(const BackgroundInput&) = delete;
     BackgroundInput& operator=(const BackgroundInput&) = delete;
 
+    // Gives the agent keyboard's focus to `window` (the user's focus stays where it is).
+    void focus(uint32_t window);
     // Moves the agent pointer, gliding over `duration` seconds (at 60 steps a second).
     void move(Point to, double duration = 0);
     void down(Point at, int button = 1);

@@ -1,0 +1,159 @@
+// Agent input to the shared app: screenshot pixels mapped to the screen, posted through the
+// agent's own pointer and keyboard, and noted in the cursor track of a recording under way.
+
+#include "agent/agent_texts.h"
+#include "capture/agent_devices.h"
+#include "capture/background_input.h"
+#include "capture/capture_session.h"
+#include "capture/cursor_recorder.h"
+#include "studio_model.h"
+
+namespace quillo::app {
+
+namespace {
+
+Json pointJson(Point point) { return {{"x", point.x}, {"y", point.y}}; }
+
+}  // namespace
+
+Result<Point> StudioModel::toScreen(Point pixels) const {
+    auto area = m_capture->captureGeometry();
+    Size size = m_capture->configuredSize();
+    if (!m_source || !area || size.width < 1 || size.height < 1) {
+        return AppError(agent::texts::kNoSource);
+    }
+    return Point{area->x + pixels.x * area->width / size.width,
+                 area->y + pixels.y * area->height / size.height};
+}
+
+capture::BackgroundInput& StudioModel::input() {
+    if (!m_input) {
+        m_input =
+            std::make_unique<capture::BackgroundInput>([] { return capture::makeAgentDevices(); });
+    }
+    return *m_input;
+}
+
+std::optional<Point> StudioModel::agentPointer() {
+    if (!m_input || !m_userPointerAtAgentInput) {
+        return std::nullopt;
+    }
+    // The user took the pointer back: from now on theirs is the one recorded.
+    if (m_capture->backend().pointer() != m_userPointerAtAgentInput) {
+        m_userPointerAtAgentInput.reset();
+        return std::nullopt;
+    }
+    auto at = m_input->position();
+    auto area = m_capture->captureGeometry();
+    if (!at || !area || area->width <= 0 || area->height <= 0) {
+        return std::nullopt;
+    }
+    return Point{(at->x - area->x) / area->width, (at->y - area->y) / area->height};
+}
+
+Result<Json> StudioModel::postInput(
+    const std::vector<Point>& pixels,
+    const std::function<void(capture::BackgroundInput&, const std::vector<Point>&)>& post,
+    bool click) {
+    std::optional<AppError> refused;
+    capture::BackgroundInput* posted = nullptr;
+    onMain([&] {
+        std::vector<Point> screen;
+        for (Point point : pixels) {
+            auto mapped = toScreen(point);
+            if (!mapped) {
+                refused = mapped.error();
+                return;
+            }
+            screen.push_back(*mapped);
+        }
+        if (!m_source) {
+            refused = AppError(agent::texts::kNoSource);
+            return;
+        }
+        posted = &input();
+        if (m_source->kind == "window") {
+            posted->focus(m_source->id);
+        }
+        post(*posted, screen);
+    });
+    if (refused) {
+        return *refused;
+    }
+    // Waits on this worker thread while the input queue posts (typing may take a while).
+    if (auto flushed = posted->flush(); !flushed) {
+        return flushed.error();
+    }
+    Json answer = Json::object();
+    onMain([&] {
+        m_userPointerAtAgentInput = m_capture->backend().pointer();
+        auto at = m_input->position();
+        auto area = m_capture->captureGeometry();
+        Size size = m_capture->configuredSize();
+        if (at && area && area->width > 0 && area->height > 0) {
+            Point unit{(at->x - area->x) / area->width, (at->y - area->y) / area->height};
+            if (m_cursor && (click || !pixels.empty())) {
+                m_cursor->inject(unit, click);
+            }
+            answer["cursor"] = pointJson({unit.x * size.width, unit.y * size.height});
+        }
+    });
+    return answer;
+}
+
+Result<Json> StudioModel::click(Point at, int button, int count,
+                                const std::vector<uint32_t>& modifiers) {
+    return postInput(
+        {at},
+        [button, count, modifiers](capture::BackgroundInput& input, const std::vector<Point>& p) {
+            input.click(p[0], button, count, modifiers);
+        },
+        true);
+}
+
+Result<Json> StudioModel::movePointer(Point to, double duration) {
+    return postInput(
+        {to},
+        [duration](capture::BackgroundInput& input, const std::vector<Point>& p) {
+            input.move(p[0], duration);
+        },
+        false);
+}
+
+Result<Json> StudioModel::drag(Point from, Point to, int steps) {
+    return postInput(
+        {from, to},
+        [steps](capture::BackgroundInput& input, const std::vector<Point>& p) {
+            input.drag(p[0], p[1], steps);
+        },
+        false);
+}
+
+Result<Json> StudioModel::scroll(Point at, double deltaX, double deltaY) {
+    return postInput(
+        {at},
+        [deltaX, deltaY](capture::BackgroundInput& input, const std::vector<Point>& p) {
+            input.scroll(p[0], deltaX, deltaY);
+        },
+        false);
+}
+
+Result<Json> StudioModel::typeText(const std::string& text, double delay) {
+    return postInput(
+        {},
+        [text, delay](capture::BackgroundInput& input, const std::vector<Point>&) {
+            input.type(text, delay);
+        },
+        false);
+}
+
+Result<Json> StudioModel::pressKey(uint32_t keysym, const std::vector<uint32_t>& modifiers) {
+    return postInput(
+        {},
+        [keysym, modifiers](capture::BackgroundInput& input, const std::vector<Point>&) {
+            input.key(keysym, modifiers);
+        },
+        false);
+}
+
+}  // namespace quillo::app

@@ -1,0 +1,124 @@
+// The input tools on a real X server: an agent types into a GTK form through its own pointer and
+// keyboard while the user's pointer and focus stay put; bad input posts nothing.
+
+#include <chrono>
+#include <thread>
+
+#include <gtest/gtest.h>
+
+#include "agent/agent_tools.h"
+#include "app/studio_model.h"
+#include "base/main_queue.h"
+#include "capture/display_backend.h"
+#include "redaction/sensitive_scanner.h"
+#include "render/image.h"
+#include "support/temp_folder.h"
+#include "support/x_session.h"
+
+namespace quillo::agent {
+namespace {
+
+using namespace std::chrono_literals;
+
+class InputTools : public ::testing::Test {
+protected:
+    void SetUp() override {
+        std::string why;
+        x = testing::XSession::start({}, why);
+        if (!x) {
+            GTEST_SKIP() << "no X server: " << why;
+        }
+        testing::isolateHome(environment, home.path());
+        environment.set("QUILLO_SELFTEST", "1");
+        form = x->spawn({QUILLO_GTK_ENTRY, "Input form"});
+        ASSERT_TRUE(x->waitForWindow(form));
+        mainThread = std::thread([this] { mainQueue.run(); });
+        store = std::make_unique<PreferenceStore>(home / "preferences.json");
+        preferences = std::make_unique<app::Preferences>(*store);
+        studio =
+            std::make_shared<app::StudioModel>(project::ProjectLibrary(home / "Library"), mainQueue,
+                                               *preferences, capture::makeDisplayBackend());
+        tools = std::make_unique<AgentTools>(studio);
+    }
+    void TearDown() override {
+        if (!x) {
+            return;
+        }
+        tools.reset();
+        mainQueue.invoke([this] { studio.reset(); });
+        mainQueue.post([this] { mainQueue.quit(); });
+        mainThread.join();
+    }
+
+    // The text of the result and whether it failed.
+    std::pair<std::string, bool> call(const std::string& name, Json arguments) {
+        Json result = tools->call(name, arguments);
+        const Json& item = result["content"][0];
+        return {item.value("text", std::string()), result["isError"].get<bool>()};
+    }
+
+    testing::TempFolder home;
+    testing::ScopedEnvironment environment;
+    std::unique_ptr<testing::XSession> x;
+    pid_t form = -1;
+    LoopMainQueue mainQueue;
+    std::thread mainThread;
+    std::unique_ptr<PreferenceStore> store;
+    std::unique_ptr<app::Preferences> preferences;
+    std::shared_ptr<app::StudioModel> studio;
+    std::unique_ptr<AgentTools> tools;
+};
+
+TEST_F(InputTools, AnAgentTypesIntoAFieldWhileTheUsersPointerAndFocusStay) {
+    ASSERT_FALSE(call("share_window", {{"pid", form}}).second);
+    x->xdotool("mousemove 5 5");
+    std::string focus = x->xdotool("getwindowfocus");
+
+    auto clicked = call("click", {{"x", 60}, {"y", 25}});
+    ASSERT_FALSE(clicked.second) << clicked.first;
+    auto typed = call("type_text", {{"text", "mail@quillo.dev"}});
+    ASSERT_FALSE(typed.second) << typed.first;
+    EXPECT_EQ(x->xdotool("getmouselocation").rfind("x:5 y:5 ", 0), 0u);
+    EXPECT_EQ(x->xdotool("getwindowfocus"), focus);
+
+    // What the form shows now, read back by text recognition.
+    bool seen = false;
+    redaction::SensitiveScanner scanner(1);
+    for (int attempt = 0; attempt < 20 && !seen; ++attempt) {
+        std::this_thread::sleep_for(100ms);
+        auto shot = studio->screenshot();
+        ASSERT_TRUE(shot);
+        media::VideoFrame frame;
+        frame.width = shot->width;
+        frame.height = shot->height;
+        frame.stride = shot->stride();
+        frame.pixels = shot->pixels;
+        auto findings = scanner.recognize(frame);
+        ASSERT_TRUE(findings) << findings.error().message;
+        for (const auto& finding : *findings) {
+            seen = seen || finding.text.find("mail@quillo.dev") != std::string::npos;
+        }
+    }
+    EXPECT_TRUE(seen) << "the typed address is not in the form";
+}
+
+TEST_F(InputTools, BadInputFailsWithAMessageBeforeAnythingIsPosted) {
+    EXPECT_EQ(call("click", {{"x", 10}, {"y", 10}}),
+              (std::pair<std::string, bool>{
+                  "No window or display is shared. Choose a window or display first.", true}));
+    ASSERT_FALSE(call("share_window", {{"pid", form}}).second);
+    auto outside = call("click", {{"x", -1}, {"y", 10}});
+    EXPECT_TRUE(outside.second);
+    EXPECT_NE(outside.first.find("inside the screenshot"), std::string::npos) << outside.first;
+    auto key = call("press_key", {{"key", "hyperdrive"}});
+    EXPECT_TRUE(key.second);
+    EXPECT_EQ(key.first.rfind("Unknown key “hyperdrive”.", 0), 0u) << key.first;
+    EXPECT_EQ(call("drag", {{"from_x", 20}, {"from_y", 20}, {"to_x", 20}, {"to_y", 20}}),
+              (std::pair<std::string, bool>{"A drag needs two different points.", true}));
+    EXPECT_EQ(call("click", {{"x", 20}, {"y", 20}, {"modifiers", {"hyper"}}}).second, true);
+    EXPECT_EQ(call("type_text", {{"text", "x"}, {"wpm", 1000}}),
+              (std::pair<std::string, bool>{"wpm must be between 5 and 300.", true}));
+}
+
+}  // namespace
+}  // namespace quillo::agent
