@@ -2,84 +2,20 @@
 // collection search, or a short walk of its tree), and the extents of the character at its
 // caret.
 
-#include <atspi/atspi.h>
 #include <mutex>
 
-#include "base/log.h"
+#include "atspi_internal.h"
 #include "caret_locator.h"
-#include "x11/x11_backend.h"
 
 namespace quillo::capture {
 
 namespace {
 
-constexpr int kTimeoutMs = 500;    // per call into an app
+using namespace atspi;
+
 constexpr int kMaxWalkDepth = 24;  // the fallback walk's limits, for apps without collections
 constexpr int kMaxWalkNodes = 2000;
 constexpr int kMaxMatches = 16;
-constexpr int kMaxDrainedEvents = 200;  // bus messages handled per look-up
-
-// libatspi keeps one connection per process and is not thread-safe: every use goes through
-// this lock.
-std::mutex g_atspiMutex;
-
-template <class T>
-struct Unref {
-    void operator()(T* object) const {
-        if (object != nullptr) {
-            g_object_unref(object);
-        }
-    }
-};
-template <class T>
-using GRef = std::unique_ptr<T, Unref<T>>;
-
-struct FreeError {
-    void operator()(GError* error) const { g_error_free(error); }
-};
-using ErrorPtr = std::unique_ptr<GError, FreeError>;
-
-struct FreeRect {
-    void operator()(AtspiRect* rect) const { g_free(rect); }
-};
-using RectPtr = std::unique_ptr<AtspiRect, FreeRect>;
-
-// Calls `call` with a GError slot; true when it set no error (which is then dropped).
-template <class Call>
-auto checked(bool& ok, Call&& call) {
-    GError* raw = nullptr;
-    auto value = call(&raw);
-    ErrorPtr error(raw);
-    ok = error == nullptr;
-    return value;
-}
-
-// The connection and the private main context its messages are handled on, made once. Null
-// context: the accessibility bus is missing, and libatspi must not be touched again.
-GMainContext* connect() {
-    static GMainContext* context = []() -> GMainContext* {
-        x11::initialize();  // libatspi may read the bus address from the X root window
-        int status = atspi_init();
-        if (status != 0 && status != 1) {
-            logError("app.quillo.capture", "the accessibility bus is not reachable; no caret");
-            return nullptr;
-        }
-        atspi_set_timeout(kTimeoutMs, kTimeoutMs);
-        // Off the default context, which a toolkit's event loop may run on another thread.
-        GMainContext* own = g_main_context_new();
-        atspi_set_main_context(own);
-        return own;
-    }();
-    return context;
-}
-
-std::optional<Rect> toRect(const AtspiRect* rect) {
-    if (rect == nullptr || (rect->width <= 0 && rect->height <= 0)) {
-        return std::nullopt;
-    }
-    return Rect{static_cast<double>(rect->x), static_cast<double>(rect->y),
-                static_cast<double>(rect->width), static_cast<double>(rect->height)};
-}
 
 // The caret of a text element: the character at the caret offset, or at the end the last
 // character's right edge; an empty field gives its own left edge.
@@ -191,13 +127,9 @@ void walkForFocus(AtspiAccessible* element, int depth, int& budget,
 class AtspiCaretLocator final : public CaretLocator {
 public:
     std::optional<Rect> locate(int32_t pid) override {
-        std::lock_guard lock(g_atspiMutex);
-        GMainContext* context = connect();
-        if (context == nullptr) {
+        std::lock_guard lock(g_mutex);
+        if (!connectAndDrain()) {
             return std::nullopt;
-        }
-        // Handles what arrived since the last look-up (cache updates), so nothing piles up.
-        for (int i = 0; i < kMaxDrainedEvents && g_main_context_iteration(context, FALSE); ++i) {
         }
         GRef<AtspiAccessible> desktop(atspi_get_desktop(0));
         if (!desktop) {
