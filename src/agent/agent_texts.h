@@ -24,6 +24,10 @@ inline constexpr const char* kInstructions =
 // Tools that act on a shared source, until one can be chosen.
 inline constexpr const char* kNoSource =
     "No window or display is shared. Choose a window or display first.";
+// ui_elements when nothing matches.
+inline constexpr const char* kNoElements =
+    "No matching elements. Chromium and Electron apps build their tree on first request; try "
+    "once more, or use a screenshot.";
 inline constexpr const char* kNoCursorData = "This recording has no cursor data.";
 inline constexpr const char* kNothingToUndo = "There is nothing to undo.";
 inline constexpr const char* kNothingToRedo = "There is nothing to redo.";

@@ -48,6 +48,17 @@ Result<std::vector<uint32_t>> modifiers(const Arguments& args) {
 
 }  // namespace
 
+Result<Content> uiElements(const ToolContext& context, const Arguments& args) {
+    TRY_ASSIGN(limit, args.optionalInteger("limit"));
+    TRY_ASSIGN(filter, args.optionalString("filter"));
+    if (limit && (*limit < 1 || *limit > 2000)) {
+        return AppError("limit must be between 1 and 2000.");
+    }
+    TRY_ASSIGN(elements, context.studio->uiElements(static_cast<size_t>(limit.value_or(200)),
+                                                    filter.value_or("")));
+    return Content{jsonItem(elements)};
+}
+
 double delayForWordsPerMinute(double wpm) { return 60.0 / (wpm * 5); }
 
 Result<Content> click(const ToolContext& context, const Arguments& args) {

@@ -14,6 +14,8 @@ Result<Content> scroll(const ToolContext& context, const Arguments& args);
 Result<Content> typeText(const ToolContext& context, const Arguments& args);
 Result<Content> pressKey(const ToolContext& context, const Arguments& args);
 
+Result<Content> uiElements(const ToolContext& context, const Arguments& args);
+
 // Seconds between typed characters for a speed in words per minute (five characters a word).
 double delayForWordsPerMinute(double wpm);
 

@@ -138,7 +138,6 @@ Result<Content> setOptions(Studio& studio, const Arguments& args) {
 void addCaptureTools(const AddTool& add, const ToolContext& context) {
     using namespace schema;
     const std::shared_ptr<Studio>& studio = context.studio;
-    auto noSource = [](const Arguments&) -> Result<Content> { return AppError(texts::kNoSource); };
     const Json id = recordingId();
     const Json seconds = number("Seconds.");
 
@@ -165,7 +164,7 @@ void addCaptureTools(const AddTool& add, const ToolContext& context) {
         "screenshot pixels: click the center of an element to hit it exactly.",
         {{"limit", integer("Most elements to list (default 200).")},
          {"filter", string("Only elements whose role or label contains this text.")}},
-        {}, noSource);
+        {}, [context](const Arguments& args) { return input_tools::uiElements(context, args); });
 
     // --- input
     const Json x = number("Pixels from the left of the screenshot.");

@@ -94,6 +94,9 @@ public:
     virtual Result<Json> scroll(Point at, double deltaX, double deltaY) = 0;
     virtual Result<Json> typeText(const std::string& text, double delay) = 0;
     virtual Result<Json> pressKey(uint32_t keysym, const std::vector<uint32_t>& modifiers) = 0;
+    // The shared app's buttons, fields, menus and text with frames in screenshot pixels, at most
+    // `limit`, those whose role or label contains `filter` when it is not empty.
+    virtual Result<Json> uiElements(size_t limit, const std::string& filter) = 0;
     // The recording under way (its id, and the recording time now), if any.
     virtual std::optional<std::pair<std::string, double>> recordingNow() = 0;
 };

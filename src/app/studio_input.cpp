@@ -1,7 +1,10 @@
 // Agent input to the shared app: screenshot pixels mapped to the screen, posted through the
 // agent's own pointer and keyboard, and noted in the cursor track of a recording under way.
 
+#include <cmath>
+
 #include "agent/agent_texts.h"
+#include "capture/accessible_elements.h"
 #include "capture/agent_devices.h"
 #include "capture/background_input.h"
 #include "capture/capture_session.h"
@@ -154,6 +157,46 @@ Result<Json> StudioModel::pressKey(uint32_t keysym, const std::vector<uint32_t>&
             input.key(keysym, modifiers);
         },
         false);
+}
+
+Result<Json> StudioModel::uiElements(size_t limit, const std::string& filter) {
+    std::shared_ptr<capture::AccessibleElements> elements;
+    std::optional<Rect> area;
+    Size size;
+    int32_t pid = 0;
+    onMain([&] {
+        if (!m_source) {
+            return;
+        }
+        if (!m_elements) {
+            m_elements = capture::makeAccessibleElements();
+        }
+        elements = m_elements;
+        area = m_capture->captureGeometry();
+        size = m_capture->configuredSize();
+        pid = m_capture->sourceProcessID().value_or(0);
+    });
+    if (!elements || !area || area->width <= 0 || area->height <= 0) {
+        return AppError(agent::texts::kNoSource);
+    }
+    // Reading another app's tree takes a while; it runs here, not on the main queue.
+    double scaleX = size.width / area->width;
+    double scaleY = size.height / area->height;
+    Json list = Json::array();
+    for (const auto& element : elements->list(pid, *area, limit, filter)) {
+        auto pixel = [](double value) { return std::round(value * 10) / 10; };
+        list.push_back({{"role", element.role},
+                        {"label", element.label},
+                        {"x", pixel((element.frame.x - area->x) * scaleX)},
+                        {"y", pixel((element.frame.y - area->y) * scaleY)},
+                        {"width", pixel(element.frame.width * scaleX)},
+                        {"height", pixel(element.frame.height * scaleY)}});
+    }
+    Json answer = {{"elements", list}};
+    if (list.empty()) {
+        answer["hint"] = agent::texts::kNoElements;
+    }
+    return answer;
 }
 
 }  // namespace quillo::app

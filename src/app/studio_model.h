@@ -21,6 +21,7 @@ namespace quillo {
 class RepeatingTimer;
 }
 namespace quillo::capture {
+class AccessibleElements;
 class BackgroundInput;
 class CaptureSession;
 class CursorRecorder;
@@ -114,6 +115,7 @@ public:
     Result<Json> scroll(Point at, double deltaX, double deltaY) override;
     Result<Json> typeText(const std::string& text, double delay) override;
     Result<Json> pressKey(uint32_t keysym, const std::vector<uint32_t>& modifiers) override;
+    Result<Json> uiElements(size_t limit, const std::string& filter) override;
 
 private:
     void setMessage(std::string text, bool error = false);
@@ -155,6 +157,7 @@ private:
     std::unique_ptr<capture::CaptureSession> m_capture;
     std::unique_ptr<capture::CursorRecorder> m_cursor;
     std::unique_ptr<capture::BackgroundInput> m_input;
+    std::shared_ptr<capture::AccessibleElements> m_elements;  // made on first use
     std::optional<Point> m_userPointerAtAgentInput;  // the user's pointer when the agent acted
     RecordingState m_state = RecordingState::Idle;
     std::optional<project::CaptureSource> m_source;

@@ -24,7 +24,7 @@ class InputTools : public ::testing::Test {
 protected:
     void SetUp() override {
         std::string why;
-        x = testing::XSession::start({}, why);
+        x = testing::XSession::start(options(), why);
         if (!x) {
             GTEST_SKIP() << "no X server: " << why;
         }
@@ -40,6 +40,8 @@ protected:
                                                *preferences, capture::makeDisplayBackend());
         tools = std::make_unique<AgentTools>(studio);
     }
+    virtual testing::XSession::Options options() const { return {}; }
+
     void TearDown() override {
         if (!x) {
             return;
@@ -100,6 +102,34 @@ TEST_F(InputTools, AnAgentTypesIntoAFieldWhileTheUsersPointerAndFocusStay) {
         }
     }
     EXPECT_TRUE(seen) << "the typed address is not in the form";
+}
+
+struct InputToolsWithAccessibility : InputTools {
+    testing::XSession::Options options() const override { return {.accessibility = true}; }
+};
+
+TEST_F(InputToolsWithAccessibility, ElementsComeInScreenshotPixelsAndAFilterNarrowsThem) {
+    ASSERT_FALSE(call("share_window", {{"pid", form}}).second);
+    Json elements;
+    for (int attempt = 0; attempt < 30 && elements.empty(); ++attempt) {
+        auto [text, failed] = call("ui_elements", {{"filter", "save"}});
+        ASSERT_FALSE(failed) << text;
+        elements = (*parseJson(text))["elements"];
+        std::this_thread::sleep_for(100ms);
+    }
+    ASSERT_EQ(elements.size(), 1u) << elements.dump();
+    EXPECT_EQ(elements[0]["label"], "Save");
+    EXPECT_EQ(elements[0]["role"], "push button");
+    Json status = studio->captureStatus();
+    double right = elements[0]["x"].get<double>() + elements[0]["width"].get<double>();
+    EXPECT_GT(elements[0]["x"].get<double>(), 0);
+    EXPECT_LE(right, status["screenshotSize"]["width"].get<double>());
+
+    auto [nothing, failed] = call("ui_elements", {{"filter", "no such thing"}});
+    ASSERT_FALSE(failed);
+    EXPECT_EQ((*parseJson(nothing))["hint"],
+              "No matching elements. Chromium and Electron apps build their tree on first "
+              "request; try once more, or use a screenshot.");
 }
 
 TEST_F(InputTools, BadInputFailsWithAMessageBeforeAnythingIsPosted) {
