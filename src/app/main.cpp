@@ -16,6 +16,7 @@
 #include "base/main_queue.h"
 #include "base/paths.h"
 #include "captions/caption_renderer.h"
+#include "capture/agent_devices.h"
 #include "capture/display_backend.h"
 #include "export_command.h"
 #include "inspect.h"
@@ -107,6 +108,10 @@ int runHeadless() {
 
     // The agents' way in: the control server with the tool table over the studio model.
     auto backend = capture::makeDisplayBackend();
+    if (backend->name() == "x11") {
+        // The agent's pointer and keyboard of a Quillo that crashed are removed from the display.
+        capture::removeStaleAgentDevices();
+    }
     mainQueue.invoke([&] {
         studio = std::make_shared<app::StudioModel>(library, mainQueue, preferences, backend);
         studio->noteRecovered(recovery.recovered.size());

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include <X11/XKBlib.h>
+#include <X11/cursorfont.h>
 #include <X11/extensions/XInput.h>
 #include <X11/extensions/XInput2.h>
 #include <X11/extensions/XTest.h>
@@ -372,6 +373,31 @@ private:
 
 }  // namespace
 
+namespace {
+
+// The agent pointer looks its own on screen: a violet arrow with a white edge wherever the app
+// under it sets no cursor of its own (text fields still show their I-beam).
+void showAgentCursor(Display* display, int pointerId) {
+    ErrorTrap trap(display);
+    Cursor arrow = XCreateFontCursor(display, XC_left_ptr);
+    XColor violet{};
+    violet.red = 0x7d00;
+    violet.green = 0x5c00;
+    violet.blue = 0xfa00;
+    violet.flags = DoRed | DoGreen | DoBlue;
+    XColor white{};
+    white.red = white.green = white.blue = 0xffff;
+    white.flags = DoRed | DoGreen | DoBlue;
+    XRecolorCursor(display, arrow, &violet, &white);
+    XIDefineCursor(display, pointerId, DefaultRootWindow(display), arrow);
+    XFreeCursor(display, arrow);  // the server keeps it while it is defined
+    if (trap.failed()) {
+        logInfo(kLogger, "the agent pointer keeps the default cursor (no cursor font)");
+    }
+}
+
+}  // namespace
+
 Result<std::unique_ptr<AgentDevices>> makeAgentDevices() {
     auto opened = x11::openDisplay("");
     if (!opened) {
@@ -428,6 +454,7 @@ Result<std::unique_ptr<AgentDevices>> makeAgentDevices() {
         return AppError("Quillo could not open its own pointer and keyboard.",
                         "XOpenDevice on the XTEST slaves failed");
     }
+    showAgentCursor(raw, pointers[0]);
     return std::unique_ptr<AgentDevices>(
         std::make_unique<X11AgentDevices>(std::move(display), pointers[0], keyboardId,
                                           std::move(xtestPointer), std::move(xtestKeyboard)));
