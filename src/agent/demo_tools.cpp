@@ -17,6 +17,8 @@
 #include "editor/dead_time_options.h"
 #include "editor/editor_model.h"
 #include "editor/editor_texts.h"
+#include "input_tools.h"
+#include "key_names.h"
 #include "media/movie_info.h"
 #include "project/cursor_track.h"
 #include "project/edits_json.h"
@@ -34,6 +36,113 @@ namespace fs = std::filesystem;
 using editor::EditorModel;
 using project::Edits;
 
+namespace {
+
+// One demo step: resume, mark, glide, rest, act, type, press, hold, pause again. The waits run on
+// this worker thread, so the main queue and the recording go on.
+Result<Content> demoStep(const ToolContext& context, const Arguments& args) {
+    Studio& studio = *context.studio;
+    TRY_ASSIGN(label, args.optionalString("label"));
+    TRY_ASSIGN(x, args.number("x"));
+    TRY_ASSIGN(y, args.number("y"));
+    TRY_ASSIGN(click, args.optionalString("click"));
+    if (click && *click != "left" && *click != "double" && *click != "right" && *click != "none") {
+        return AppError("click must be left, double, right, or none.");
+    }
+    TRY_ASSIGN(text, args.optionalString("text"));
+    TRY_ASSIGN(keyName, args.optionalString("key"));
+    std::optional<uint32_t> key;
+    if (keyName) {
+        key = keysymForKey(*keyName);
+        if (!key) {
+            return AppError("Unknown key “" + *keyName +
+                            "”. Use a letter, digit, or one of: " + texts::kNamedKeys);
+        }
+    }
+    TRY_ASSIGN(modifierNames, args.strings("modifiers"));
+    std::vector<uint32_t> modifiers;
+    for (const std::string& name : modifierNames) {
+        auto keysym = keysymForModifier(name);
+        if (!keysym) {
+            return AppError("Unknown modifier “" + name +
+                            "”. Use command, control, option, alt, shift, or super.");
+        }
+        modifiers.push_back(*keysym);
+    }
+    TRY_ASSIGN(paceName, args.optionalString("pace"));
+    DemoPace pace = studio.demoPace();
+    if (paceName) {
+        auto parsed = fromRawValue<DemoPace>(*paceName);
+        if (!parsed) {
+            return AppError("pace must be calm, normal, or brisk.");
+        }
+        pace = *parsed;
+    }
+    const DemoTiming timing = agent::timing(pace);
+    TRY_ASSIGN(after, args.optionalNumber("after"));
+    if (after && !(*after >= 0 && *after <= 30)) {
+        return AppError("after must be between 0 and 30 seconds.");
+    }
+    TRY_ASSIGN(pauseAfter, args.optionalBoolean("pause_after"));
+    Json status = studio.captureStatus();
+    if (status["screenshotSize"].is_null()) {
+        return AppError(texts::kNoSource);
+    }
+    double width = status["screenshotSize"]["width"].get<double>();
+    double height = status["screenshotSize"]["height"].get<double>();
+    if (!(x >= 0 && x < width && y >= 0 && y < height)) {
+        return AppError("x and y must lie inside the screenshot (0–" +
+                        std::to_string(static_cast<int>(width) - 1) + ", 0–" +
+                        std::to_string(static_cast<int>(height) - 1) + " pixels).");
+    }
+    auto sleep = [](double seconds) {
+        std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
+    };
+
+    const bool recording = status["state"] == "recording";
+    Json answer = {{"recording", recording}, {"pace", rawValue(pace)}};
+    if (recording && status["paused"] == true) {
+        TRY_ASSIGN(resumed, studio.setPaused(false));
+        (void)resumed;
+    }
+    if (label && recording) {
+        if (auto now = studio.recordingNow()) {
+            auto project = studio.recording(now->first);
+            if (project) {
+                TRY_ASSIGN(list, markers::add(*label, now->second, project->directory));
+                (void)list;
+                answer["marker"] = now->second;
+            }
+        }
+    }
+    TRY_ASSIGN(moved, studio.movePointer({x, y}, timing.move));
+    sleep(timing.hold);
+    if (click != "none") {
+        int button = click == "right" ? 3 : 1;
+        TRY_ASSIGN(clicked, studio.click({x, y}, button, click == "double" ? 2 : 1, modifiers));
+        (void)clicked;
+    }
+    if (text && !text->empty()) {
+        double delay = typingDelay(std::nullopt, timing.wpm, input_tools::decodeLength(*text));
+        TRY_ASSIGN(typed, studio.typeText(*text, delay));
+        (void)typed;
+    }
+    if (key) {
+        TRY_ASSIGN(pressed,
+                   studio.pressKey(*key, click == "none" ? modifiers : std::vector<uint32_t>{}));
+        (void)pressed;
+    }
+    sleep(after.value_or(timing.after));
+    if (recording && pauseAfter.value_or(true)) {
+        TRY_ASSIGN(paused, studio.setPaused(true));
+        answer["paused"] = paused["paused"];
+    }
+    answer["cursor"] = moved.value("cursor", Json());
+    return Content{jsonItem(answer)};
+}
+
+}  // namespace
+
 void addDemoTools(const AddTool& add, const ToolContext& context) {
     using namespace schema;
     const Json x = number("Pixels from the left of the screenshot.");
@@ -45,7 +154,6 @@ void addDemoTools(const AddTool& add, const ToolContext& context) {
     auto withProject = [context](const std::string& which, const auto& work) {
         return context.withProject(which, work);
     };
-    auto noSource = [](const Arguments&) -> Result<Content> { return AppError(texts::kNoSource); };
     const Json id = recordingId();
 
     // --- demo steps and markers
@@ -67,12 +175,15 @@ void addDemoTools(const AddTool& add, const ToolContext& context) {
           string("Timing (default: the demo pace from Settings).", {"calm", "normal", "brisk"})},
          {"after", number("Seconds to hold on the result (default from the pace, at most 30).")},
          {"pause_after", boolean("Pause the recording once the step is done (default true).")}},
-        {"x", "y"}, noSource);
+        {"x", "y"}, [context](const Arguments& args) { return demoStep(context, args); });
     add("retake_step",
         "Cuts a failed attempt at the current step: everything since the last marker is removed "
         "from the video and the recording pauses, so you can put the app back. Then redo the "
         "step with demo_step and no label; the step's marker stays where it began.",
-        Json::object(), {}, noSource);
+        Json::object(), {}, [studio](const Arguments&) -> Result<Content> {
+            TRY_ASSIGN(retaken, studio->retakeStep());
+            return Content{jsonItem(retaken)};
+        });
     add("add_marker",
         "Labels a moment, like the start of a demo step. While recording it marks now; for a "
         "saved recording give its id and a time. Markers become chapters (get_markers).",

@@ -3,6 +3,7 @@
 #include <cmath>
 
 #include "agent_texts.h"
+#include "demo_markers.h"
 #include "key_names.h"
 
 namespace quillo::agent::input_tools {
@@ -48,6 +49,14 @@ Result<std::vector<uint32_t>> modifiers(const Arguments& args) {
 
 }  // namespace
 
+size_t decodeLength(const std::string& text) {
+    size_t count = 0;
+    for (unsigned char c : text) {
+        count += (c & 0xc0) != 0x80;  // every byte but a continuation starts a character
+    }
+    return count;
+}
+
 Result<Content> uiElements(const ToolContext& context, const Arguments& args) {
     TRY_ASSIGN(limit, args.optionalInteger("limit"));
     TRY_ASSIGN(filter, args.optionalString("filter"));
@@ -58,8 +67,6 @@ Result<Content> uiElements(const ToolContext& context, const Arguments& args) {
                                                     filter.value_or("")));
     return Content{jsonItem(elements)};
 }
-
-double delayForWordsPerMinute(double wpm) { return 60.0 / (wpm * 5); }
 
 Result<Content> click(const ToolContext& context, const Arguments& args) {
     TRY_ASSIGN(size, screenshotSize(*context.studio));
@@ -123,13 +130,8 @@ Result<Content> typeText(const ToolContext& context, const Arguments& args) {
     }
     TRY_ASSIGN(wpm, args.optionalNumber("wpm"));
     TRY_ASSIGN(delayMs, args.optionalNumber("delay_ms"));
-    if (wpm && !(*wpm >= 5 && *wpm <= 300)) {
-        return AppError("wpm must be between 5 and 300.");
-    }
-    if (delayMs && !(*delayMs >= 0 && *delayMs <= 1000)) {
-        return AppError("delay_ms must be between 0 and 1000.");
-    }
-    double delay = delayMs ? *delayMs / 1000 : wpm ? delayForWordsPerMinute(*wpm) : 0.012;
+    // Out-of-range speeds are read as the nearest the typing rule allows.
+    double delay = typingDelay(delayMs, wpm, decodeLength(text));
     TRY_ASSIGN(size, screenshotSize(*context.studio));
     (void)size;
     TRY_ASSIGN(done, context.studio->typeText(text, delay));

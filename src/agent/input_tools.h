@@ -16,7 +16,7 @@ Result<Content> pressKey(const ToolContext& context, const Arguments& args);
 
 Result<Content> uiElements(const ToolContext& context, const Arguments& args);
 
-// Seconds between typed characters for a speed in words per minute (five characters a word).
-double delayForWordsPerMinute(double wpm);
+// The characters of UTF-8 text.
+size_t decodeLength(const std::string& text);
 
 }  // namespace quillo::agent::input_tools

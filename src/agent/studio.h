@@ -9,6 +9,7 @@
 #include "base/geometry.h"
 #include "base/json.h"
 #include "base/result.h"
+#include "demo_script.h"
 #include "project/local_project.h"
 #include "project/project_library.h"
 
@@ -97,6 +98,10 @@ public:
     // The shared app's buttons, fields, menus and text with frames in screenshot pixels, at most
     // `limit`, those whose role or label contains `filter` when it is not empty.
     virtual Result<Json> uiElements(size_t limit, const std::string& filter) = 0;
+    // The demo pace from the settings.
+    virtual DemoPace demoPace() const = 0;
+    // Cuts everything since the last marker of the recording under way and pauses it.
+    virtual Result<Json> retakeStep() = 0;
     // The recording under way (its id, and the recording time now), if any.
     virtual std::optional<std::pair<std::string, double>> recordingNow() = 0;
 };

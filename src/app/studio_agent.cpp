@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "agent/agent_texts.h"
+#include "agent/demo_markers.h"
 #include "base/clock.h"
 #include "base/paths.h"
 #include "capture/capture_session.h"
@@ -274,6 +275,40 @@ Result<Json> StudioModel::shareWindow(int32_t pid, const std::string& title) {
         return *refused;
     }
     return captureStatus();
+}
+
+Result<Json> StudioModel::retakeStep() {
+    Result<Json> result = Json::object();
+    onMain([&] {
+        if (m_state != RecordingState::Recording || !m_current || !m_cursor) {
+            result = AppError(texts::kNoRecordingUnderWay);
+            return;
+        }
+        auto list = agent::markers::load(m_current->directory);
+        if (list.empty()) {
+            result = AppError(texts::kNothingToRetake);
+            return;
+        }
+        // The cut runs from the step's marker to now: it becomes the current pause, reaching
+        // back over any pause that began after the marker.
+        double from = list.back().time;
+        std::erase_if(m_pauses, [&](const project::TimeSegment& pause) {
+            if (pause.end <= from) {
+                return false;
+            }
+            from = std::min(from, pause.start);
+            return true;
+        });
+        if (!m_paused) {
+            togglePause();
+        }
+        m_pausedAt = std::min(m_pausedAt.value_or(from), from);
+        result = Json{{"cutFrom", from},
+                      {"paused", true},
+                      {"marker", list.back().label},
+                      {"message", m_message}};
+    });
+    return result;
 }
 
 std::optional<std::pair<std::string, double>> StudioModel::recordingNow() {

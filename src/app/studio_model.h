@@ -116,6 +116,8 @@ public:
     Result<Json> typeText(const std::string& text, double delay) override;
     Result<Json> pressKey(uint32_t keysym, const std::vector<uint32_t>& modifiers) override;
     Result<Json> uiElements(size_t limit, const std::string& filter) override;
+    agent::DemoPace demoPace() const override { return m_preferences.get(prefs::demoPace); }
+    Result<Json> retakeStep() override;
 
 private:
     void setMessage(std::string text, bool error = false);

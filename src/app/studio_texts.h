@@ -27,6 +27,8 @@ inline constexpr const char* kAlreadyRecording = "A recording is already in prog
 inline constexpr const char* kNothingChosen = "No source was chosen.";
 inline constexpr const char* kSelfTestOnly =
     "share_window works only in self-test mode (start Quillo with QUILLO_SELFTEST=1).";
+inline constexpr const char* kNothingToRetake =
+    "There is no step to retake: give demo_step a label to mark where a step begins.";
 inline constexpr const char* kNoFrameYet = "The shared source has not shown a frame yet.";
 
 inline std::string chooseFirst(std::string_view shortcut) {

@@ -10,6 +10,7 @@
 #include "app/studio_model.h"
 #include "base/main_queue.h"
 #include "capture/display_backend.h"
+#include "project/cursor_track.h"
 #include "redaction/sensitive_scanner.h"
 #include "render/image.h"
 #include "support/temp_folder.h"
@@ -132,6 +133,52 @@ TEST_F(InputToolsWithAccessibility, ElementsComeInScreenshotPixelsAndAFilterNarr
               "request; try once more, or use a screenshot.");
 }
 
+TEST_F(InputTools, DemoStepsAreMarkedAndTheThinkingBetweenThemIsCut) {
+    ASSERT_FALSE(call("set_options", {{"countdown", 0}, {"system_audio", false}}).second);
+    ASSERT_FALSE(call("share_window", {{"pid", form}}).second);
+    auto started = call("start_recording", Json::object());
+    ASSERT_FALSE(started.second) << started.first;
+    const Json steps[] = {
+        {{"label", "Type a name"}, {"x", 60}, {"y", 25}, {"text", "Ada"}, {"pace", "brisk"}},
+        {{"label", "Save it"}, {"x", 180}, {"y", 70}, {"pace", "brisk"}},
+        {{"label", "Look"}, {"x", 180}, {"y", 120}, {"click", "none"}, {"pace", "brisk"}}};
+    for (const Json& step : steps) {
+        auto played = call("demo_step", step);
+        ASSERT_FALSE(played.second) << played.first;
+        EXPECT_EQ((*parseJson(played.first))["paused"], true);
+        std::this_thread::sleep_for(1500ms);  // the agent thinks
+    }
+    auto saved = call("stop_recording", Json::object());
+    ASSERT_FALSE(saved.second) << saved.first;
+    std::string id = (*parseJson(saved.first))["id"];
+
+    auto markers = parseJson(call("get_markers", {{"id", id}}).first);
+    ASSERT_TRUE(markers);
+    ASSERT_EQ((*markers)["markers"].size(), 3u);
+    EXPECT_EQ((*markers)["markers"][1]["label"], "Save it");
+    auto recording = parseJson(call("get_recording", {{"id", id}}).first);
+    ASSERT_TRUE(recording);
+    // Each thinking stretch (and the last one, still paused at the stop) is cut.
+    const Json& segments = (*recording)["edits"]["segments"];
+    ASSERT_EQ(segments.size(), 3u) << segments.dump();
+    for (const Json& cut : segments) {
+        EXPECT_EQ(cut["speed"], 0);
+        EXPECT_GT(cut["end"].get<double>() - cut["start"].get<double>(), 1.3);
+    }
+    EXPECT_GE((*recording)["clicks"].size(), 2u);  // the agent's clicks, from the AI cursor
+    EXPECT_LT((*recording)["finishedDuration"].get<double>(),
+              (*recording)["duration"].get<double>() - 4);
+    auto track = project::loadCursorTrack(id);
+    ASSERT_TRUE(track && *track);
+    Json status = studio->captureStatus();
+    double width = status["screenshotSize"]["width"].get<double>();
+    bool atSave = false;
+    for (const auto& sample : (*track)->samples) {
+        atSave = atSave || std::abs(sample.x * width - 180) < 2;
+    }
+    EXPECT_TRUE(atSave) << "the AI cursor is not in the cursor track";
+}
+
 TEST_F(InputTools, BadInputFailsWithAMessageBeforeAnythingIsPosted) {
     EXPECT_EQ(call("click", {{"x", 10}, {"y", 10}}),
               (std::pair<std::string, bool>{
@@ -146,8 +193,8 @@ TEST_F(InputTools, BadInputFailsWithAMessageBeforeAnythingIsPosted) {
     EXPECT_EQ(call("drag", {{"from_x", 20}, {"from_y", 20}, {"to_x", 20}, {"to_y", 20}}),
               (std::pair<std::string, bool>{"A drag needs two different points.", true}));
     EXPECT_EQ(call("click", {{"x", 20}, {"y", 20}, {"modifiers", {"hyper"}}}).second, true);
-    EXPECT_EQ(call("type_text", {{"text", "x"}, {"wpm", 1000}}),
-              (std::pair<std::string, bool>{"wpm must be between 5 and 300.", true}));
+    EXPECT_EQ(call("type_text", {{"text", ""}}),
+              (std::pair<std::string, bool>{"Give some text to type.", true}));
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include "agent/demo_markers.h"
 #include "app/recovery.h"
 #include "app/studio_model.h"
 #include "app/studio_texts.h"
@@ -104,6 +105,33 @@ TEST_F(StudioRecording, PausesBecomeCutsAndShortOnesLeaveNone) {
     EXPECT_NEAR((*edits.segments)[1].end, (*saved)["duration"].get<double>(), 0.1);
     EXPECT_FALSE(fs::exists(fs::path((*saved)["id"].get<std::string>()) / kRecordingMark));
     EXPECT_TRUE(fs::exists(fs::path((*saved)["id"].get<std::string>()) / "cursor.json"));
+}
+
+TEST_F(StudioRecording, ARetakeCutsBackToTheStepsMarker) {
+    ASSERT_TRUE(studio->shareWindow(4242, ""));
+    ASSERT_TRUE(studio->startRecording());
+    EXPECT_FALSE(studio->retakeStep());  // no step marked yet
+    std::this_thread::sleep_for(400ms);
+    auto now = studio->recordingNow();
+    ASSERT_TRUE(now);
+    ASSERT_TRUE(agent::markers::add("Step", now->second, now->first));
+    std::this_thread::sleep_for(300ms);
+    ASSERT_TRUE(studio->setPaused(true));  // the step ended paused
+    std::this_thread::sleep_for(300ms);
+    ASSERT_TRUE(studio->setPaused(false));
+    std::this_thread::sleep_for(300ms);  // the failed attempt
+    auto retaken = studio->retakeStep();
+    ASSERT_TRUE(retaken) << retaken.error().message;
+    std::this_thread::sleep_for(300ms);
+    ASSERT_TRUE(studio->setPaused(false));
+    std::this_thread::sleep_for(300ms);
+    auto saved = studio->stopRecording();
+    ASSERT_TRUE(saved);
+    project::Edits edits = savedEdits((*saved)["id"]);
+    ASSERT_TRUE(edits.segments);
+    ASSERT_EQ(edits.segments->size(), 1u);
+    EXPECT_NEAR((*edits.segments)[0].start, now->second, 0.01);
+    EXPECT_NEAR((*edits.segments)[0].end - (*edits.segments)[0].start, 1.2, 0.1);
 }
 
 TEST_F(StudioRecording, StopWhileStartingStopsAtTheFirstFrame) {
