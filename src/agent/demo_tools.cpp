@@ -43,8 +43,6 @@ namespace {
 Result<Content> demoStep(const ToolContext& context, const Arguments& args) {
     Studio& studio = *context.studio;
     TRY_ASSIGN(label, args.optionalString("label"));
-    TRY_ASSIGN(x, args.number("x"));
-    TRY_ASSIGN(y, args.number("y"));
     TRY_ASSIGN(click, args.optionalString("click"));
     if (click && *click != "left" && *click != "double" && *click != "right" && *click != "none") {
         return AppError("click must be left, double, right, or none.");
@@ -53,22 +51,10 @@ Result<Content> demoStep(const ToolContext& context, const Arguments& args) {
     TRY_ASSIGN(keyName, args.optionalString("key"));
     std::optional<uint32_t> key;
     if (keyName) {
-        key = keysymForKey(*keyName);
-        if (!key) {
-            return AppError("Unknown key “" + *keyName +
-                            "”. Use a letter, digit, or one of: " + texts::kNamedKeys);
-        }
+        TRY_ASSIGN(keysym, input_tools::keyKeysym(*keyName));
+        key = keysym;
     }
-    TRY_ASSIGN(modifierNames, args.strings("modifiers"));
-    std::vector<uint32_t> modifiers;
-    for (const std::string& name : modifierNames) {
-        auto keysym = keysymForModifier(name);
-        if (!keysym) {
-            return AppError("Unknown modifier “" + name +
-                            "”. Use command, control, option, alt, shift, or super.");
-        }
-        modifiers.push_back(*keysym);
-    }
+    TRY_ASSIGN(modifiers, input_tools::modifierKeysyms(args));
     TRY_ASSIGN(paceName, args.optionalString("pace"));
     DemoPace pace = studio.demoPace();
     if (paceName) {
@@ -84,17 +70,9 @@ Result<Content> demoStep(const ToolContext& context, const Arguments& args) {
         return AppError("after must be between 0 and 30 seconds.");
     }
     TRY_ASSIGN(pauseAfter, args.optionalBoolean("pause_after"));
+    TRY_ASSIGN(size, input_tools::screenshotSize(studio));
+    TRY_ASSIGN(at, input_tools::screenshotPoint(args, size, "x", "y"));
     Json status = studio.captureStatus();
-    if (status["screenshotSize"].is_null()) {
-        return AppError(texts::kNoSource);
-    }
-    double width = status["screenshotSize"]["width"].get<double>();
-    double height = status["screenshotSize"]["height"].get<double>();
-    if (!(x >= 0 && x < width && y >= 0 && y < height)) {
-        return AppError("x and y must lie inside the screenshot (0–" +
-                        std::to_string(static_cast<int>(width) - 1) + ", 0–" +
-                        std::to_string(static_cast<int>(height) - 1) + " pixels).");
-    }
     auto sleep = [](double seconds) {
         std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
     };
@@ -115,11 +93,11 @@ Result<Content> demoStep(const ToolContext& context, const Arguments& args) {
             }
         }
     }
-    TRY_ASSIGN(moved, studio.movePointer({x, y}, timing.move));
+    TRY_ASSIGN(moved, studio.movePointer(at, timing.move));
     sleep(timing.hold);
     if (click != "none") {
         int button = click == "right" ? 3 : 1;
-        TRY_ASSIGN(clicked, studio.click({x, y}, button, click == "double" ? 2 : 1, modifiers));
+        TRY_ASSIGN(clicked, studio.click(at, button, click == "double" ? 2 : 1, modifiers));
         (void)clicked;
     }
     if (text && !text->empty()) {

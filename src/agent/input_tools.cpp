@@ -8,8 +8,6 @@
 
 namespace quillo::agent::input_tools {
 
-namespace {
-
 // The screenshot's size now; the shared source's absence is the error.
 Result<Size> screenshotSize(Studio& studio) {
     Json status = studio.captureStatus();
@@ -21,8 +19,8 @@ Result<Size> screenshotSize(Studio& studio) {
 }
 
 // A point of the arguments `xName`, `yName`, inside the screenshot.
-Result<Point> point(const Arguments& args, Size size, const std::string& xName,
-                    const std::string& yName) {
+Result<Point> screenshotPoint(const Arguments& args, Size size, const std::string& xName,
+                              const std::string& yName) {
     TRY_ASSIGN(x, args.number(xName));
     TRY_ASSIGN(y, args.number(yName));
     if (!(x >= 0 && x < size.width && y >= 0 && y < size.height)) {
@@ -33,7 +31,7 @@ Result<Point> point(const Arguments& args, Size size, const std::string& xName,
     return Point{x, y};
 }
 
-Result<std::vector<uint32_t>> modifiers(const Arguments& args) {
+Result<std::vector<uint32_t>> modifierKeysyms(const Arguments& args) {
     TRY_ASSIGN(names, args.strings("modifiers"));
     std::vector<uint32_t> keysyms;
     for (const std::string& name : names) {
@@ -46,8 +44,6 @@ Result<std::vector<uint32_t>> modifiers(const Arguments& args) {
     }
     return keysyms;
 }
-
-}  // namespace
 
 size_t decodeLength(const std::string& text) {
     size_t count = 0;
@@ -70,7 +66,7 @@ Result<Content> uiElements(const ToolContext& context, const Arguments& args) {
 
 Result<Content> click(const ToolContext& context, const Arguments& args) {
     TRY_ASSIGN(size, screenshotSize(*context.studio));
-    TRY_ASSIGN(at, point(args, size, "x", "y"));
+    TRY_ASSIGN(at, screenshotPoint(args, size, "x", "y"));
     TRY_ASSIGN(button, args.optionalString("button"));
     if (button && *button != "left" && *button != "right") {
         return AppError("button must be left or right.");
@@ -79,7 +75,7 @@ Result<Content> click(const ToolContext& context, const Arguments& args) {
     if (count && (*count < 1 || *count > 3)) {
         return AppError("count must be 1, 2, or 3.");
     }
-    TRY_ASSIGN(held, modifiers(args));
+    TRY_ASSIGN(held, modifierKeysyms(args));
     TRY_ASSIGN(done, context.studio->click(at, button == "right" ? 3 : 1,
                                            static_cast<int>(count.value_or(1)), held));
     return Content{jsonItem(done)};
@@ -87,7 +83,7 @@ Result<Content> click(const ToolContext& context, const Arguments& args) {
 
 Result<Content> movePointer(const ToolContext& context, const Arguments& args) {
     TRY_ASSIGN(size, screenshotSize(*context.studio));
-    TRY_ASSIGN(to, point(args, size, "x", "y"));
+    TRY_ASSIGN(to, screenshotPoint(args, size, "x", "y"));
     TRY_ASSIGN(duration, args.optionalNumber("duration"));
     if (duration && !(*duration >= 0 && *duration <= 3)) {
         return AppError("duration must be between 0 and 3 seconds.");
@@ -98,8 +94,8 @@ Result<Content> movePointer(const ToolContext& context, const Arguments& args) {
 
 Result<Content> drag(const ToolContext& context, const Arguments& args) {
     TRY_ASSIGN(size, screenshotSize(*context.studio));
-    TRY_ASSIGN(from, point(args, size, "from_x", "from_y"));
-    TRY_ASSIGN(to, point(args, size, "to_x", "to_y"));
+    TRY_ASSIGN(from, screenshotPoint(args, size, "from_x", "from_y"));
+    TRY_ASSIGN(to, screenshotPoint(args, size, "to_x", "to_y"));
     if (std::hypot(to.x - from.x, to.y - from.y) < 1) {
         return AppError("A drag needs two different points.");
     }
@@ -113,7 +109,7 @@ Result<Content> drag(const ToolContext& context, const Arguments& args) {
 
 Result<Content> scroll(const ToolContext& context, const Arguments& args) {
     TRY_ASSIGN(size, screenshotSize(*context.studio));
-    TRY_ASSIGN(at, point(args, size, "x", "y"));
+    TRY_ASSIGN(at, screenshotPoint(args, size, "x", "y"));
     TRY_ASSIGN(deltaY, args.number("delta_y"));
     TRY_ASSIGN(deltaX, args.number("delta_x"));
     if (std::abs(deltaX) > 100000 || std::abs(deltaY) > 100000) {
@@ -138,17 +134,22 @@ Result<Content> typeText(const ToolContext& context, const Arguments& args) {
     return Content{jsonItem(done)};
 }
 
-Result<Content> pressKey(const ToolContext& context, const Arguments& args) {
-    TRY_ASSIGN(name, args.string("key"));
+Result<uint32_t> keyKeysym(const std::string& name) {
     auto keysym = keysymForKey(name);
     if (!keysym) {
         return AppError("Unknown key “" + name +
                         "”. Use a letter, digit, or one of: " + texts::kNamedKeys);
     }
-    TRY_ASSIGN(held, modifiers(args));
+    return *keysym;
+}
+
+Result<Content> pressKey(const ToolContext& context, const Arguments& args) {
+    TRY_ASSIGN(name, args.string("key"));
+    TRY_ASSIGN(keysym, keyKeysym(name));
+    TRY_ASSIGN(held, modifierKeysyms(args));
     TRY_ASSIGN(size, screenshotSize(*context.studio));
     (void)size;
-    TRY_ASSIGN(done, context.studio->pressKey(*keysym, held));
+    TRY_ASSIGN(done, context.studio->pressKey(keysym, held));
     return Content{jsonItem(done)};
 }
 

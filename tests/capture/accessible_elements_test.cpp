@@ -13,6 +13,7 @@
 
 #include "capture/caret_locator.h"
 #include "support/child_process.h"
+#include "support/eventually.h"
 #include "support/movies.h"
 #include "support/x_session.h"
 
@@ -21,18 +22,7 @@ namespace {
 
 using testing::XSession;
 
-// What the app does arrives asynchronously: polls `done` for up to 5 s.
-template <class Condition>
-bool eventually(Condition done) {
-    auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
-    while (!done()) {
-        if (std::chrono::steady_clock::now() >= deadline) {
-            return false;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    }
-    return true;
-}
+using testing::eventually;
 
 Point centreOf(const Rect& rect) { return {rect.x + rect.width / 2, rect.y + rect.height / 2}; }
 

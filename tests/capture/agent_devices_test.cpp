@@ -14,6 +14,7 @@
 
 #include "capture/display_backend.h"
 #include "support/child_process.h"
+#include "support/eventually.h"
 #include "support/temp_folder.h"
 #include "support/x_session.h"
 
@@ -22,18 +23,7 @@ namespace {
 
 using testing::XSession;
 
-// What the server and its clients do arrives asynchronously: polls `done` for up to 5 s.
-template <class Condition>
-bool eventually(Condition done) {
-    auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
-    while (!done()) {
-        if (std::chrono::steady_clock::now() >= deadline) {
-            return false;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    }
-    return true;
-}
+using testing::eventually;
 
 class AgentDevicesTest : public ::testing::Test {
 protected:

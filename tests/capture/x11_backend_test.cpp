@@ -15,6 +15,7 @@
 #include "capture/caret_locator.h"
 #include "capture/display_backend.h"
 #include "support/child_process.h"
+#include "support/eventually.h"
 #include "support/movies.h"
 #include "support/temp_folder.h"
 #include "support/x_session.h"
@@ -24,18 +25,7 @@ namespace {
 
 using testing::XSession;
 
-// What the server and its clients do arrives asynchronously: polls `done` for up to 5 s.
-template <class Condition>
-bool eventually(Condition done) {
-    auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
-    while (!done()) {
-        if (std::chrono::steady_clock::now() >= deadline) {
-            return false;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    }
-    return true;
-}
+using testing::eventually;
 
 // The BGRA pixel at (x, y) of a frame, as 0xAARRGGBB with the alpha byte dropped.
 uint32_t rgbAt(const CapturedFrame& frame, int x, int y) {
