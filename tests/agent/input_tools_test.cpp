@@ -53,6 +53,12 @@ protected:
         mainThread.join();
     }
 
+public:
+    std::pair<std::string, bool> callTool(const std::string& name, Json arguments) {
+        return call(name, std::move(arguments));
+    }
+
+protected:
     // The text of the result and whether it failed.
     std::pair<std::string, bool> call(const std::string& name, Json arguments) {
         Json result = tools->call(name, arguments);
@@ -177,6 +183,84 @@ TEST_F(InputTools, DemoStepsAreMarkedAndTheThinkingBetweenThemIsCut) {
         atSave = atSave || std::abs(sample.x * width - 180) < 2;
     }
     EXPECT_TRUE(atSave) << "the AI cursor is not in the cursor track";
+}
+
+// The first element whose role or label contains `filter` and whose label starts with `label`
+// (any when empty), waiting for it to show.
+Json elementFor(InputTools& fixture, const std::string& filter, const std::string& label = "") {
+    for (int attempt = 0; attempt < 40; ++attempt) {
+        auto [text, failed] = fixture.callTool("ui_elements", {{"filter", filter}});
+        if (!failed) {
+            Json answer = parseJson(text).value_or(Json());
+            for (const Json& element : answer["elements"]) {
+                if (element["label"].get<std::string>().rfind(label, 0) == 0) {
+                    return element;
+                }
+            }
+        }
+        std::this_thread::sleep_for(100ms);
+    }
+    return Json();
+}
+
+Json centre(const Json& element) {
+    return {{"x", element["x"].get<double>() + element["width"].get<double>() / 2},
+            {"y", element["y"].get<double>() + element["height"].get<double>() / 2}};
+}
+
+TEST_F(InputToolsWithAccessibility, DragScrollAndAMenuReachTheirControls) {
+    ASSERT_FALSE(call("share_window", {{"pid", form}}).second);
+    Json slider = elementFor(*this, "Volume");
+    ASSERT_FALSE(slider.is_null());
+    double y = centre(slider)["y"];
+    double left = slider["x"].get<double>() + 4;
+    auto dragged = call("drag", {{"from_x", left},
+                                 {"from_y", y},
+                                 {"to_x", left + slider["width"].get<double>() * 0.8},
+                                 {"to_y", y}});
+    ASSERT_FALSE(dragged.second) << dragged.first;
+    Json moved = elementFor(*this, "Volume ", "Volume ");
+    ASSERT_FALSE(moved.is_null());
+    EXPECT_GT(std::stoi(moved["label"].get<std::string>().substr(7)), 50);
+
+    // The long text starts at the top of its scrolled view (which lists no label of its own).
+    Json lines = elementFor(*this, "Line 1 of", "Line 1 of");
+    ASSERT_FALSE(lines.is_null());
+    Json at = {{"x", lines["x"].get<double>() + 40}, {"y", lines["y"].get<double>() + 30}};
+    auto scrolled =
+        call("scroll", {{"x", at["x"]}, {"y", at["y"]}, {"delta_y", 200}, {"delta_x", 0}});
+    ASSERT_FALSE(scrolled.second) << scrolled.first;
+    EXPECT_FALSE(elementFor(*this, "Scrolled", "Scrolled").is_null());
+
+    Json opener = elementFor(*this, "Menu", "Menu");
+    ASSERT_FALSE(opener.is_null());
+    ASSERT_FALSE(call("click", centre(opener)).second);
+    Json item = elementFor(*this, "Second", "Second");
+    ASSERT_FALSE(item.is_null()) << "the menu did not open";
+    ASSERT_FALSE(call("click", centre(item)).second);
+    EXPECT_FALSE(elementFor(*this, "Chose Second", "Chose Second").is_null());
+}
+
+TEST_F(InputToolsWithAccessibility, FastTypingArrivesCompleteAndInOrder) {
+    ASSERT_FALSE(call("share_window", {{"pid", form}}).second);
+    std::string text;
+    for (int i = 0; text.size() < 200; ++i) {
+        text += std::string(1, static_cast<char>('a' + i % 26)) + std::to_string(i % 10);
+    }
+    for (const Json& speed : {Json{{"wpm", 300}}, Json{{"delay_ms", 0}}}) {
+        ASSERT_FALSE(call("click", {{"x", 60}, {"y", 25}}).second);
+        ASSERT_FALSE(call("press_key", {{"key", "a"}, {"modifiers", {"command"}}}).second);
+        Json arguments = speed;
+        arguments["text"] = text;
+        auto typed = call("type_text", arguments);
+        ASSERT_FALSE(typed.second) << typed.first;
+        Json save = elementFor(*this, "push button", "Save");
+        ASSERT_FALSE(save.is_null());
+        ASSERT_FALSE(call("click", centre(save)).second);
+        // The label shows what the field holds; its first 80 characters are listed.
+        EXPECT_FALSE(elementFor(*this, text.substr(0, 20), text.substr(0, 80)).is_null())
+            << speed.dump();
+    }
 }
 
 TEST_F(InputTools, BadInputFailsWithAMessageBeforeAnythingIsPosted) {
