@@ -35,6 +35,42 @@ std::string encodePNG(const CursorImage& image) {
     return bytes;
 }
 
+// The AI cursor's picture, as the agent pointer shows it on screen: a violet arrow with a white
+// edge, premultiplied ARGB, hot spot at its tip.
+const CursorImage& agentCursorImage() {
+    static const CursorImage image = [] {
+        CursorImage arrow;
+        arrow.width = 16;
+        arrow.height = 22;
+        arrow.hotX = 1;
+        arrow.hotY = 1;
+        arrow.serial = ~0ull;
+        arrow.argb.assign(static_cast<size_t>(arrow.width) * arrow.height, 0);
+        cairo_surface_t* surface = cairo_image_surface_create_for_data(
+            reinterpret_cast<unsigned char*>(arrow.argb.data()), CAIRO_FORMAT_ARGB32, arrow.width,
+            arrow.height, arrow.width * 4);
+        cairo_t* cr = cairo_create(surface);
+        cairo_move_to(cr, 1, 1);
+        cairo_line_to(cr, 1, 18);
+        cairo_line_to(cr, 5.5, 14);
+        cairo_line_to(cr, 8.5, 20.5);
+        cairo_line_to(cr, 11, 19.5);
+        cairo_line_to(cr, 8, 13);
+        cairo_line_to(cr, 14, 13);
+        cairo_close_path(cr);
+        cairo_set_source_rgb(cr, 0.49, 0.36, 0.98);
+        cairo_fill_preserve(cr);
+        cairo_set_source_rgb(cr, 1, 1, 1);
+        cairo_set_line_width(cr, 1.2);
+        cairo_stroke(cr);
+        cairo_destroy(cr);
+        cairo_surface_flush(surface);
+        cairo_surface_destroy(surface);
+        return arrow;
+    }();
+    return image;
+}
+
 }  // namespace
 
 CursorRecorder::CursorRecorder(std::shared_ptr<DisplayBackend> backend, TaskQueue& mainQueue,
@@ -122,7 +158,9 @@ std::optional<Point> CursorRecorder::current() const {
 }
 
 std::optional<int64_t> CursorRecorder::currentShape() {
-    auto image = m_backend->cursorImage();
+    // While the agent drives, the track shows the AI cursor's own picture.
+    bool agent = m_sources.agentPointer && m_sources.agentPointer();
+    auto image = agent ? std::optional<CursorImage>(agentCursorImage()) : m_backend->cursorImage();
     if (!image) {
         return m_lastShape;
     }

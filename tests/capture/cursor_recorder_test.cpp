@@ -111,6 +111,29 @@ TEST_F(CursorRecorderTest, AnAgentClickHoldsThePointerWhereTheAgentActed) {
     EXPECT_DOUBLE_EQ(recorder->track().samples.back().x, 0.25);
 }
 
+TEST_F(CursorRecorderTest, WhileTheAgentDrivesItsCursorIsRecordedAndUserClicksAreNot) {
+    std::optional<Point> agent = Point{0.75, 0.5};
+    CursorRecorder::Sources sources;
+    sources.geometry = [] { return std::optional<Rect>(Rect{100, 100, 400, 200}); };
+    sources.agentPointer = [&] { return agent; };
+    CursorRecorder recorder(display, main, sources);
+    recorder.begin(folder.path(), true, 1, 0);
+    recorder.sample();
+    recorder.recordClick();
+    agent.reset();  // the user takes the pointer back
+    recorder.sample();
+    const auto& track = recorder.track();
+    ASSERT_EQ(track.samples.size(), 2u);
+    EXPECT_DOUBLE_EQ(track.samples[0].x, 0.75);
+    EXPECT_DOUBLE_EQ(track.samples[1].x, 0.25);
+    EXPECT_TRUE(track.clicks.empty());
+    ASSERT_TRUE(track.shapes);
+    ASSERT_EQ(track.shapes->size(), 2u);
+    EXPECT_EQ((*track.shapes)[0].width, 16);  // the AI cursor's own arrow
+    EXPECT_EQ((*track.shapes)[0].hotX, 1);
+    EXPECT_NE(track.samples[0].c, track.samples[1].c);
+}
+
 TEST_F(CursorRecorderTest, EachCursorPictureIsWrittenOnce) {
     auto recorder = make();
     recorder->sample();
