@@ -13,6 +13,7 @@
 
 #include "base/files.h"
 #include "base/json.h"
+#include "project/cursor_track.h"
 #include "redaction/sensitive_scanner.h"
 #include "sdk_install.h"
 #include "support/movies.h"
@@ -192,6 +193,43 @@ TEST_F(Recording, AKilledRecordingIsRecoveredAtTheNextStart) {
         testing::commandOutput(std::string(QUILLO_EXECUTABLE) + " export '" + folder.string() +
                                "' --out '" + (home / "recovered.mp4").string() + "'");
     EXPECT_GE(probeDuration(home / "recovered.mp4"), 8.0) << exported;
+}
+
+TEST_F(Recording, AnAgentPlaysThreeDemoStepsAndItsThinkingIsCut) {
+    pid_t form = x->spawn({QUILLO_GTK_ENTRY, "Demo form"});
+    ASSERT_TRUE(x->waitForWindow(form));
+    startQuillo();
+    fs::path out = home / "out";
+    fs::create_directories(out);
+    std::string output =
+        node("steps " + address() + " " + std::to_string(form) + " '" + out.string() + "'");
+    ASSERT_NE(output.find("exit 0"), std::string::npos) << output;
+    auto result = parseJson(*readFile(out / "steps.json"));
+    ASSERT_TRUE(result);
+    const Json& markers = (*result)["markers"];
+    ASSERT_EQ(markers["markers"].size(), 3u);
+    EXPECT_EQ(markers["markers"][0]["label"], "Type a name");
+    EXPECT_FALSE(markers["chapters"].empty());
+    const Json& recording = (*result)["recording"];
+    // Three thinking stretches of 2 s (the last one open at the stop) are cut.
+    const Json& cuts = recording["edits"]["segments"];
+    ASSERT_EQ(cuts.size(), 3u) << cuts.dump();
+    double cut = 0;
+    for (const Json& segment : cuts) {
+        cut += segment["end"].get<double>() - segment["start"].get<double>();
+    }
+    EXPECT_GT(cut, 5.5);
+    EXPECT_GE(recording["clicks"].size(), 2u);
+    // The AI cursor is in the track: its own arrow is one of the recorded shapes.
+    auto track = project::loadCursorTrack(recording["id"].get<std::string>());
+    ASSERT_TRUE(track && *track && (*track)->shapes);
+    bool arrow = false;
+    for (const auto& shape : *(*track)->shapes) {
+        arrow = arrow || (shape.width == 16 && shape.height == 22);
+    }
+    EXPECT_TRUE(arrow);
+    EXPECT_NEAR(probeDuration(out / "steps.mp4"), recording["finishedDuration"].get<double>(),
+                0.15);
 }
 
 }  // namespace

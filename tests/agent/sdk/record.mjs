@@ -2,6 +2,7 @@
 // xdotool types and clicks into the terminal like a person would.
 //   node record.mjs demo URL TOKEN WINDOW PID OUT_DIR   share, record, pause, stop, check, export
 //   node record.mjs start URL TOKEN PID                share and start recording, then leave
+//   node record.mjs steps URL TOKEN PID OUT_DIR        three demo steps on the GTK form, export
 import { execFileSync } from "node:child_process";
 import { writeFileSync } from "node:fs";
 import { check, json } from "./checks.mjs";
@@ -27,6 +28,29 @@ if (mode === "start") {
   const started = await call("start_recording");
   check(started.state === "recording", `not recording: ${JSON.stringify(started)}`);
   console.log(`recording ${started.recording}`);
+  process.exit(0);
+}
+
+if (mode === "steps") {
+  const [pid, out] = rest;
+  await call("share_window", { pid: Number(pid) });
+  check((await call("start_recording")).state === "recording", "not recording");
+  const steps = [
+    { label: "Type a name", x: 60, y: 25, text: "Ada", pace: "brisk" },
+    { label: "Save it", x: 180, y: 70, pace: "brisk" },
+    { label: "Look at it", x: 180, y: 110, click: "none", pace: "brisk" },
+  ];
+  for (const step of steps) {
+    const played = await call("demo_step", step);
+    check(played.paused === true && played.marker >= 0, `demo_step: ${JSON.stringify(played)}`);
+    await sleep(2); // the agent thinks; this is cut
+  }
+  const saved = await call("stop_recording");
+  const markers = await call("get_markers", { id: saved.id });
+  const recording = await call("get_recording", { id: saved.id });
+  const exported = await call("export", { id: saved.id, path: `${out}/steps.mp4` });
+  writeFileSync(`${out}/steps.json`, JSON.stringify({ saved, markers, recording, exported }, null, 2));
+  console.log(`ok ${exported.path}`);
   process.exit(0);
 }
 
