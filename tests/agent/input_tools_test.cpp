@@ -2,6 +2,7 @@
 // keyboard while the user's pointer and focus stay put; bad input posts nothing.
 
 #include <chrono>
+#include <mutex>
 #include <thread>
 
 #include <gtest/gtest.h>
@@ -257,10 +258,32 @@ TEST_F(InputToolsWithAccessibility, FastTypingArrivesCompleteAndInOrder) {
         Json save = elementFor(*this, "push button", "Save");
         ASSERT_FALSE(save.is_null());
         ASSERT_FALSE(call("click", centre(save)).second);
-        // The label shows what the field holds; its first 80 characters are listed.
+        // All of it arrived, in order: the form counts the field's characters, and its label
+        // shows them (the first 80 are listed).
+        EXPECT_FALSE(elementFor(*this, "Saved 200", "Saved 200 characters").is_null())
+            << speed.dump();
         EXPECT_FALSE(elementFor(*this, text.substr(0, 20), text.substr(0, 80)).is_null())
             << speed.dump();
     }
+}
+
+TEST_F(InputTools, ACarriageReturnWithItsLineFeedIsOneReturnKey) {
+    ASSERT_FALSE(call("share_window", {{"pid", form}}).second);
+    std::mutex mutex;
+    std::vector<capture::InputEvent> keys;
+    auto watcher = capture::makeDisplayBackend()->watchInput([&](const capture::InputEvent& event) {
+        std::lock_guard lock(mutex);
+        if (event.kind == capture::InputEvent::Kind::Key) {
+            keys.push_back(event);
+        }
+    });
+    ASSERT_TRUE(watcher);
+    ASSERT_FALSE(call("type_text", {{"text", "a\r\nb"}}).second);
+    std::this_thread::sleep_for(300ms);
+    std::lock_guard lock(mutex);
+    ASSERT_EQ(keys.size(), 3u);  // a, Return, b
+    EXPECT_NE(keys[1].keycode, keys[0].keycode);
+    EXPECT_NE(keys[1].keycode, keys[2].keycode);
 }
 
 TEST_F(InputTools, BadInputFailsWithAMessageBeforeAnythingIsPosted) {
