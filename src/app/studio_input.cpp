@@ -106,10 +106,27 @@ Result<Json> StudioModel::postInput(
 
 Result<Json> StudioModel::click(Point at, int button, int count,
                                 const std::vector<uint32_t>& modifiers) {
+    // A plain left click first asks the app what is under the point: a button, link, tab or
+    // menu item is pressed through its accessibility (and not clicked again), a text field gets
+    // the focus before the click places the caret.
+    std::function<bool(Point)> accessible;
+    onMain([&] {
+        auto pid = m_capture->sourceProcessID();
+        if (button != 1 || count != 1 || !modifiers.empty() || !pid) {
+            return;
+        }
+        if (!m_elements) {
+            m_elements = capture::makeAccessibleElements();
+        }
+        accessible = [elements = m_elements, pid = *pid](Point point) {
+            return elements->activate(pid, point) == std::optional<std::string>("pressed");
+        };
+    });
     return postInput(
         {at},
-        [button, count, modifiers](capture::BackgroundInput& input, const std::vector<Point>& p) {
-            input.click(p[0], button, count, modifiers);
+        [button, count, modifiers, accessible](capture::BackgroundInput& input,
+                                               const std::vector<Point>& p) {
+            input.click(p[0], button, count, modifiers, accessible);
         },
         true);
 }

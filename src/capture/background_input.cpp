@@ -155,14 +155,15 @@ void BackgroundInput::drag(Point from, Point to, int steps) {
 }
 
 void BackgroundInput::click(Point at, int button, int count, std::vector<uint32_t> modifiers,
-                            std::function<void(Point)> prepare) {
+                            std::function<bool(Point)> accessible) {
     run([this, at, button, count, modifiers = std::move(modifiers),
-         prepare = std::move(prepare)](AgentDevices& devices) -> Result<void> {
-        if (prepare) {
-            prepare(at);
-        }
+         accessible = std::move(accessible)](AgentDevices& devices) -> Result<void> {
+        bool pressed = accessible && accessible(at);
         if (auto moved = moveNow(devices, at); !moved) {
             return moved;
+        }
+        if (pressed) {
+            return {};  // pressed once, through the app's accessibility; not twice
         }
         devices.flush();
         pause(0.015);

@@ -41,10 +41,11 @@ public:
     void up(Point at, int button = 1);
     // Presses at `from`, moves to `to` in `steps` moves, releases.
     void drag(Point from, Point to, int steps = 20);
-    // `count` clicks (2: a double click) with the modifier keysyms held. `prepare`, when given,
-    // runs on the input queue first, at the point (the accessibility press or focus).
+    // `count` clicks (2: a double click) with the modifier keysyms held. `accessible`, when
+    // given, runs on the input queue first with the point (the accessibility press or focus);
+    // when it answers true the element was pressed, and the pointer only moves there.
     void click(Point at, int button = 1, int count = 1, std::vector<uint32_t> modifiers = {},
-               std::function<void(Point)> prepare = nullptr);
+               std::function<bool(Point)> accessible = nullptr);
     // Pixel deltas (positive: down and right) as wheel steps, the remainder kept for the next.
     void scroll(Point at, double deltaX, double deltaY);
     // A key (X keysym) with modifier keysyms held.
