@@ -14,6 +14,7 @@ namespace {
 constexpr uint32_t kReturn = 0xff0d;
 constexpr uint32_t kTab = 0xff09;
 constexpr double kGlideStep = 1.0 / 60;
+constexpr double kFastestKey = 0.006;  // seconds between keys at the least
 
 void pause(double seconds) {
     if (seconds > 0) {
@@ -267,7 +268,8 @@ void BackgroundInput::type(const std::string& text, double delay) {
                 return typed;
             }
             devices.flush();
-            pause(delay > kTypingDelay ? delay * jitter(random) : delay);
+            // Even "no delay" leaves toolkits a moment per key: typed faster, GTK drops keys.
+            pause(delay > kTypingDelay ? delay * jitter(random) : std::max(delay, kFastestKey));
         }
         return {};
     });

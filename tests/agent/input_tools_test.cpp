@@ -261,7 +261,7 @@ TEST_F(InputToolsWithAccessibility, FastTypingArrivesCompleteAndInOrder) {
         // All of it arrived, in order: the form counts the field's characters, and its label
         // shows them (the first 80 are listed).
         EXPECT_FALSE(elementFor(*this, "Saved 200", "Saved 200 characters").is_null())
-            << speed.dump();
+            << speed.dump() << " " << elementFor(*this, "Saved", "Saved").dump();
         EXPECT_FALSE(elementFor(*this, text.substr(0, 20), text.substr(0, 80)).is_null())
             << speed.dump();
     }

@@ -61,6 +61,10 @@ int main(int argc, char** argv) {
     gtk_box_pack_start(GTK_BOX(box), save, FALSE, FALSE, 0);
 
     widgets[1] = gtk_label_new("");
+    /* A long text is cut short on screen (its accessible name stays whole), so the window keeps
+     * its size. */
+    gtk_label_set_ellipsize(GTK_LABEL(widgets[1]), PANGO_ELLIPSIZE_END);
+    gtk_label_set_max_width_chars(GTK_LABEL(widgets[1]), 30);
     gtk_box_pack_start(GTK_BOX(box), widgets[1], FALSE, FALSE, 0);
     g_signal_connect(save, "clicked", G_CALLBACK(on_save), widgets);
 
