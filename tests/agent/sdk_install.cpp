@@ -1,6 +1,10 @@
 #include "sdk_install.h"
 
 #include <cstdlib>
+#include <fcntl.h>
+#include <fstream>
+#include <sys/file.h>
+#include <unistd.h>
 
 #include "support/movies.h"
 
@@ -11,12 +15,27 @@ namespace fs = std::filesystem;
 bool installSdkClient(std::string& why) {
     std::error_code error;
     fs::create_directories(kSdkInstall, error);
+    // Test processes run side by side: one installs while the others wait for it, and a stamp
+    // written after a whole install tells them it is there (a killed install leaves none).
+    int lock = open((kSdkInstall / ".install.lock").c_str(), O_CREAT | O_RDWR | O_CLOEXEC, 0600);
+    if (lock >= 0) {
+        flock(lock, LOCK_EX);
+    }
+    struct Unlock {
+        int fd;
+        ~Unlock() {
+            if (fd >= 0) {
+                close(fd);  // releases the lock
+            }
+        }
+    } unlock{lock};
     for (const char* name :
          {"package.json", "package-lock.json", "checks.mjs", "client.mjs", "record.mjs"}) {
         fs::copy_file(kSdkSources / name, kSdkInstall / name, fs::copy_options::overwrite_existing,
                       error);
     }
-    if (fs::exists(kSdkInstall / "node_modules" / "@modelcontextprotocol" / "sdk")) {
+    const fs::path stamp = kSdkInstall / "node_modules" / ".quillo-installed";
+    if (fs::exists(stamp)) {
         return true;
     }
     std::string command = "cd '" + kSdkInstall.string() +
@@ -25,6 +44,7 @@ bool installSdkClient(std::string& why) {
         why = testing::commandOutput("cat '" + (kSdkInstall / "npm.log").string() + "'");
         return false;
     }
+    std::ofstream(stamp) << "installed\n";
     return true;
 }
 
