@@ -141,8 +141,8 @@ std::optional<Point> CursorRecorder::toUnit(Point screen) const {
     return Point{(screen.x - frame->x) / frame->width, (screen.y - frame->y) / frame->height};
 }
 
-std::optional<Point> CursorRecorder::current() const {
-    if (m_sources.agentPointer) {
+std::optional<Point> CursorRecorder::current(AskAgent ask) const {
+    if (ask == AskAgent::Yes && m_sources.agentPointer) {
         if (auto agent = m_sources.agentPointer()) {
             return agent;
         }
@@ -157,9 +157,8 @@ std::optional<Point> CursorRecorder::current() const {
     return toUnit(*pointer);
 }
 
-std::optional<int64_t> CursorRecorder::currentShape() {
+std::optional<int64_t> CursorRecorder::currentShape(bool agent) {
     // While the agent drives, the track shows the AI cursor's own picture.
-    bool agent = m_sources.agentPointer && m_sources.agentPointer();
     auto image = agent ? std::optional<CursorImage>(agentCursorImage()) : m_backend->cursorImage();
     if (!image) {
         return m_lastShape;
@@ -197,8 +196,10 @@ void CursorRecorder::sample() {
     if (!m_started || m_finished) {
         return;
     }
-    if (auto point = current()) {
-        m_track.samples.push_back({elapsed(), point->x, point->y, currentShape()});
+    // One look at the agent pointer per sample: it is a round trip to the display server.
+    std::optional<Point> agent = m_sources.agentPointer ? m_sources.agentPointer() : std::nullopt;
+    if (auto point = agent ? agent : current(AskAgent::No)) {
+        m_track.samples.push_back({elapsed(), point->x, point->y, currentShape(agent.has_value())});
     }
     if (monotonicSeconds() - m_lastCheckpoint >= kCheckpointInterval) {
         checkpoint();

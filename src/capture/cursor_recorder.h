@@ -67,9 +67,11 @@ public:
     void recordTyping();
 
 private:
-    std::optional<Point> current() const;
+    enum class AskAgent { Yes, No };  // No: the caller already knows the agent is not driving
+    std::optional<Point> current(AskAgent ask = AskAgent::Yes) const;
     std::optional<Point> toUnit(Point screen) const;
-    std::optional<int64_t> currentShape();
+    // The shape id of the cursor now: the AI cursor's arrow while `agent` drives.
+    std::optional<int64_t> currentShape(bool agent);
     void locateCaret();
     void checkpoint();
 

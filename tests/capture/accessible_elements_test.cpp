@@ -56,31 +56,12 @@ protected:
         auto id = x->waitForWindow(form);
         ASSERT_TRUE(id);
         x->xdotool("windowactivate --sync " + std::to_string(*id));
-        window = clientArea(*id);
+        window = x->clientArea(*id);
         // The form is listed once its app has joined the bus.
         ASSERT_TRUE(eventually([&] {
             elements = reader->list(form, kScreen, 100, "");
             return withLabel(elements, "Name") && withLabel(elements, "Save");
         }));
-    }
-
-    // The window's client area in root coordinates, as xwininfo sees it.
-    static Rect clientArea(uint32_t id) {
-        std::istringstream text(testing::commandOutput("xwininfo -id " + std::to_string(id)));
-        Rect rect;
-        for (std::string line; std::getline(text, line);) {
-            auto number = [&] { return std::stod(line.substr(line.find(':') + 1)); };
-            if (line.find("Absolute upper-left X:") != std::string::npos) {
-                rect.x = number();
-            } else if (line.find("Absolute upper-left Y:") != std::string::npos) {
-                rect.y = number();
-            } else if (line.find("  Width:") != std::string::npos) {
-                rect.width = number();
-            } else if (line.find("  Height:") != std::string::npos) {
-                rect.height = number();
-            }
-        }
-        return rect;
     }
 
     // Whether the form's label now reads `text`.

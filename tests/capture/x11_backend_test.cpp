@@ -56,27 +56,7 @@ protected:
         return window.value_or(0);
     }
 
-    // The window's client area in root coordinates, inside its border, as xwininfo sees it.
-    Rect geometryOf(uint32_t id) {
-        std::istringstream text(testing::commandOutput("xwininfo -id " + std::to_string(id)));
-        Rect rect;
-        double border = 0;
-        for (std::string line; std::getline(text, line);) {
-            auto number = [&] { return std::stod(line.substr(line.find(':') + 1)); };
-            if (line.find("Absolute upper-left X:") != std::string::npos) {
-                rect.x = number();
-            } else if (line.find("Absolute upper-left Y:") != std::string::npos) {
-                rect.y = number();
-            } else if (line.find("  Width:") != std::string::npos) {
-                rect.width = number();
-            } else if (line.find("  Height:") != std::string::npos) {
-                rect.height = number();
-            } else if (line.find("Border width:") != std::string::npos) {
-                border = number();
-            }
-        }
-        return {rect.x + border, rect.y + border, rect.width, rect.height};
-    }
+    Rect geometryOf(uint32_t id) { return x->clientArea(id); }
 
     std::optional<WindowInfo> listed(uint32_t id) {
         auto list = backend->windows();

@@ -336,4 +336,25 @@ std::string XSession::xdotool(const std::string& arguments) {
     return commandOutput("xdotool " + arguments + " 2>/dev/null");
 }
 
+Rect XSession::clientArea(uint32_t id) {
+    std::istringstream text(commandOutput("xwininfo -id " + std::to_string(id)));
+    Rect rect;
+    double border = 0;
+    for (std::string line; std::getline(text, line);) {
+        auto number = [&] { return std::stod(line.substr(line.find(':') + 1)); };
+        if (line.find("Absolute upper-left X:") != std::string::npos) {
+            rect.x = number();
+        } else if (line.find("Absolute upper-left Y:") != std::string::npos) {
+            rect.y = number();
+        } else if (line.find("  Width:") != std::string::npos) {
+            rect.width = number();
+        } else if (line.find("  Height:") != std::string::npos) {
+            rect.height = number();
+        } else if (line.find("Border width:") != std::string::npos) {
+            border = number();
+        }
+    }
+    return {rect.x + border, rect.y + border, rect.width, rect.height};
+}
+
 }  // namespace quillo::testing

@@ -7,6 +7,8 @@
 #include <sys/types.h>
 #include <vector>
 
+#include "base/geometry.h"
+
 namespace quillo::testing {
 
 // A private X server (Xvfb on a free display) for tests that need a real desktop, with, when
@@ -38,6 +40,8 @@ public:
     // contains `title`), waiting up to `seconds` for it to be mapped.
     std::optional<uint32_t> waitForWindow(pid_t pid, const std::string& title = "",
                                           double seconds = 10);
+    // The window's client area in root coordinates, inside its border, as xwininfo sees it.
+    Rect clientArea(uint32_t window);
     // Runs xdotool with `arguments` against this display; its output.
     std::string xdotool(const std::string& arguments);
 
