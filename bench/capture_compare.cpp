@@ -33,6 +33,7 @@
 #include "base/main_queue.h"
 #include "capture/capture_session.h"
 #include "capture/display_backend.h"
+#include "command_output.h"
 #include "project/local_project.h"
 
 namespace fs = std::filesystem;
@@ -130,19 +131,7 @@ pid_t spawn(const std::vector<std::string>& args, const std::string& display, co
     return pid;
 }
 
-std::string output(const std::string& command) {
-    std::string text;
-    FILE* pipe = popen(command.c_str(), "r");
-    char buffer[4096];
-    size_t count = 0;
-    while (pipe && (count = fread(buffer, 1, sizeof buffer, pipe)) > 0) {
-        text.append(buffer, count);
-    }
-    if (pipe) {
-        pclose(pipe);
-    }
-    return text;
-}
+using quillo::bench::output;
 
 bool have(const char* program) {
     return std::system(("command -v " + std::string(program) + " >/dev/null 2>&1").c_str()) == 0;

@@ -16,6 +16,7 @@
 #include <unistd.h>
 
 #include "base/json.h"
+#include "command_output.h"
 #include "project/cursor_track.h"
 #include "project/edits_json.h"
 #include "render/exporter.h"
@@ -32,19 +33,7 @@ double secondsSince(Clock::time_point start) {
     return std::chrono::duration<double>(Clock::now() - start).count();
 }
 
-std::string output(const std::string& command) {
-    std::string text;
-    FILE* pipe = popen(command.c_str(), "r");
-    char buffer[4096];
-    size_t count = 0;
-    while (pipe && (count = fread(buffer, 1, sizeof buffer, pipe)) > 0) {
-        text.append(buffer, count);
-    }
-    if (pipe) {
-        pclose(pipe);
-    }
-    return text;
-}
+using quillo::bench::output;
 
 // A project folder around the benchmark movie with a cursor track that matches it: the pointer
 // rests, clicks where the typing starts, glides from 30 to 36 s (where the movie's own pointer
