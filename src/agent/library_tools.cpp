@@ -123,7 +123,7 @@ void addLibraryTools(const AddTool& add, const ToolContext& context) {
                 if (!renamed) {
                     return Content{AgentTools::text("The title was empty; nothing changed.")};
                 }
-                studio->forget(which);
+                studio->libraryChanged();
                 return Content{
                     jsonItem({{"id", renamed->id()}, {"title", renamed->metadata.title}})};
             });
@@ -136,6 +136,7 @@ void addLibraryTools(const AddTool& add, const ToolContext& context) {
                 if (auto trashed = project::ProjectLibrary::moveToTrash(project); !trashed) {
                     return trashed.error();
                 }
+                studio->libraryChanged();
                 return Content{
                     AgentTools::text("Moved “" + project.metadata.title + "” to the Trash.")};
             });

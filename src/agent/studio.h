@@ -58,6 +58,8 @@ public:
     virtual std::optional<std::string> openRecording() const = 0;
     // Forgets a recording's editor and tab (after it was renamed or deleted).
     virtual void forget(const std::string& id) = 0;
+    // The library's listing changed (a recording was renamed, deleted or added).
+    virtual void libraryChanged() {}
 
     // The recording options and the user's settings behind them.
     virtual RecordingOptions options() const = 0;

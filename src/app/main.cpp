@@ -8,25 +8,18 @@
 #include <thread>
 #include <vector>
 
-#include "agent/agent_tools.h"
-#include "agent/control_server.h"
 #include "agent/mcp_bridge.h"
-#include "agent/mcp_protocol.h"
 #include "analysis_commands.h"
+#include "app_runtime.h"
 #include "base/main_queue.h"
 #include "base/paths.h"
 #include "captions/caption_renderer.h"
-#include "capture/agent_devices.h"
-#include "capture/display_backend.h"
 #include "export_command.h"
 #include "inspect.h"
-#include "preferences.h"
-#include "project/migration.h"
-#include "project/project_library.h"
-#include "recovery.h"
 #include "redaction/redaction.h"
 #include "studio_model.h"
 #include "studio_texts.h"
+#include "views/run_studio.h"
 
 #ifndef QUILLO_VERSION
 #define QUILLO_VERSION "0.0.0"
@@ -95,73 +88,18 @@ int runHeadless() {
         }
     });
 
-    app::Preferences& preferences = app::Preferences::shared();
-    project::PalloMigration::run(preferences.store(), project::PalloMigration::Places::standard(),
-                                 environmentValue("QUILLO_SELFTEST") == "1");
-    (void)preferences.store().startWatching(mainQueue);
-
-    project::ProjectLibrary library(
-        libraryRoot(std::nullopt, preferences.get(app::prefs::libraryPath)));
-    // Recordings cut short by a crash or a kill are completed before anything lists them.
-    app::Recovery recovery = app::recoverRecordings(library);
-    auto projects = library.load();
-
-    // The agents' way in: the control server with the tool table over the studio model.
-    auto backend = capture::makeDisplayBackend();
-    if (backend->name() == "x11") {
-        // The agent's pointer and keyboard of a Quillo that crashed are removed from the display.
-        capture::removeStaleAgentDevices();
-    }
-    mainQueue.invoke([&] {
-        studio = std::make_shared<app::StudioModel>(library, mainQueue, preferences, backend);
-        studio->noteRecovered(recovery.recovered.size());
-    });
-    auto tools = std::make_shared<agent::AgentTools>(studio);
-    agent::ControlServer server(supportFolder() / "mcp.json");
-    auto startServer = [&] {
-        if (preferences.get(app::prefs::agentServerEnabled)) {
-            server.start([tools](Json message, agent::ControlServer::Reply reply) {
-                agent::mcp::handle(message, tools, reply);
-            });
-        } else {
-            server.stop();
-        }
-    };
-    startServer();
-    // The setting may be switched from the settings screen or by editing the file.
-    auto observer = preferences.addObserver([&] { startServer(); });
-    std::cout << "Quillo " << QUILLO_VERSION << " is running without windows.\n"
-              << "Library: " << library.root().string();
-    if (projects) {
-        std::cout << " (" << projects->size()
-                  << (projects->size() == 1 ? " recording)" : " recordings)");
-    }
-    std::cout << "\n";
-    if (!recovery.recovered.empty()) {
-        std::cout << app::texts::recovered(recovery.recovered.size()) << "\n";
-    }
-    for (const std::string& failure : recovery.failures) {
-        std::cout << "A recording could not be recovered: " << failure << "\n";
-    }
-    std::cout << "Capture: "
-              << (backend->name() == "none"
-                      ? "none (no display; agents can edit and export)"
-                      : backend->name() + " on " + environmentValue("DISPLAY").value_or(""))
-              << "\n";
-    if (auto address = server.address()) {
-        std::cout << "Agent server: " << *address << " (key and port in "
-                  << server.infoFile().string() << ")\n";
-    } else {
-        std::cout << "Agent server: off (the agentServerEnabled setting)\n";
+    std::optional<app::AppRuntime> runtime;
+    runtime.emplace(mainQueue);
+    mainQueue.invoke([&] { studio = runtime->studioPointer(); });
+    std::cout << "Quillo " << QUILLO_VERSION << " is running without windows.\n";
+    for (const std::string& line : runtime->summary()) {
+        std::cout << line << "\n";
     }
     std::cout << "Press Ctrl+C to stop.\n" << std::flush;
 
     mainQueue.run();
-    preferences.removeObserver(observer);
-    server.stop();
-    tools.reset();
     studio.reset();
-    preferences.store().stopWatching();
+    runtime.reset();
     // The waiter is still in sigwait when quit came from elsewhere; wake it.
     finished = true;
     pthread_kill(waiter.native_handle(), SIGTERM);
@@ -206,9 +144,11 @@ int main(int argc, char** argv) {
     if (command == "--mcp") {
         return agent::MCPBridge(supportFolder() / "mcp.json").run();
     }
-    if (command.empty() || command == "--headless") {
-        // The studio window arrives with the Qt views; until then every start is headless.
+    if (command == "--headless" || (command.empty() && !views::displayAvailable())) {
         return runHeadless();
+    }
+    if (command.empty()) {
+        return views::runStudio(argc, argv, QUILLO_VERSION);
     }
     std::cerr << "Unknown argument “" << command << "”.\n\n" << kUsage;
     return 2;

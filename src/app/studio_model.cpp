@@ -85,16 +85,21 @@ Result<void> StudioModel::open(const std::string& id) {
         m_tabs.push_back(id);
     }
     m_open = id;
+    storeTabs();
+    tabsChanged();
     return {};
 }
 
 void StudioModel::forget(const std::string& id) {
-    m_deadTime.erase(id);
-    m_editors.erase(id);
     m_tabs.erase(std::remove(m_tabs.begin(), m_tabs.end(), id), m_tabs.end());
     if (m_open == id) {
         m_open.reset();
     }
+    storeTabs();
+    tabsChanged();
+    // The views let go of the editor when told above; only then does it go.
+    m_deadTime.erase(id);
+    m_editors.erase(id);
 }
 
 agent::RecordingOptions StudioModel::options() const {

@@ -56,8 +56,30 @@ public:
     Result<void> setOptions(const agent::RecordingOptions& options) override;
     std::string captionLanguage() const override;
     captions::CaptionJobs& captionJobs() override { return m_captionJobs; }
+    void libraryChanged() override { reload(); }
     // Recordings shown as tabs, in the order they were opened.
     const std::vector<std::string>& openTabs() const { return m_tabs; }
+
+    // --- the library as the window shows it (studio_library.cpp)
+    // The listing, newest first, as of the last reload().
+    const std::vector<project::LocalProject>& projects() const { return m_projects; }
+    // Re-reads the listing ("Cannot read recordings: {error}" on failure) and keeps only the
+    // tabs of recordings it lists.
+    void reload();
+    // Closes a recording's tab; the neighbouring tab (or the library) is shown next.
+    void closeTab(const std::string& id);
+    // Shows the library instead of a recording (the tabs stay).
+    void showLibrary();
+    // Reopens the tabs of the last session ("restoreTabs").
+    void restoreTabs();
+    Result<void> rename(const std::string& id, const std::string& title);
+    // Moves a recording to the Trash and closes its tab.
+    Result<void> trash(const std::string& id);
+    Preferences& preferences() { return m_preferences; }
+    // The listing changed.
+    Signal<> projectsChanged;
+    // Tabs were opened or closed, or another one is shown.
+    Signal<> tabsChanged;
 
     // --- the recording lifecycle (main queue)
     // The record button, menu item and global shortcut.
@@ -121,6 +143,7 @@ public:
 
 private:
     void setMessage(std::string text, bool error = false);
+    void storeTabs();
     // The capture rate and size limit from the settings, for the next source.
     void configureCapture();
     void beginRecording();
@@ -154,6 +177,7 @@ private:
     std::map<std::string, std::unique_ptr<editor::EditorModel>> m_editors;
     std::map<std::string, std::unique_ptr<editor::DeadTimeRemover>> m_deadTime;
     std::vector<std::string> m_tabs;
+    std::vector<project::LocalProject> m_projects;
     std::optional<std::string> m_open;
 
     std::unique_ptr<capture::CaptureSession> m_capture;

@@ -1,0 +1,7 @@
+#include "settings_dialog.h"
+
+namespace quillo::views {
+
+SettingsDialog::SettingsDialog(app::Preferences&, QWidget* parent) : QDialog(parent) {}
+
+}  // namespace quillo::views

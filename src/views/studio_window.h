@@ -1,0 +1,60 @@
+#pragma once
+
+#include <map>
+#include <string>
+
+#include <QAction>
+#include <QLabel>
+#include <QMainWindow>
+#include <QPointer>
+#include <QTabWidget>
+
+#include "app/studio_model.h"
+
+namespace quillo::views {
+
+class EditorView;
+class LibraryView;
+
+// The studio window: the library as the first tab, one editor tab per open recording (in the
+// studio model's tab order), the menus and the studio's status line.
+class StudioWindow : public QMainWindow {
+    Q_OBJECT
+
+public:
+    explicit StudioWindow(app::StudioModel& studio, QWidget* parent = nullptr);
+    ~StudioWindow() override;
+
+    LibraryView& library() { return *m_library; }
+    // The editor tab of a recording, if it is open.
+    EditorView* editorView(const std::string& id) const;
+    // The editor tab shown now, if any.
+    EditorView* currentEditor() const;
+
+protected:
+    void closeEvent(QCloseEvent* event) override;
+
+private:
+    void buildMenus();
+    void syncTabs();
+    void updateActions();
+    void showStatus();
+    void openSettings();
+
+    app::StudioModel& m_studio;
+    QTabWidget* m_tabs;
+    LibraryView* m_library;
+    QLabel* m_status;
+    std::map<std::string, QPointer<EditorView>> m_editors;
+    QAction* m_undo = nullptr;
+    QAction* m_redo = nullptr;
+    QAction* m_delete = nullptr;
+    QAction* m_export = nullptr;
+    QAction* m_closeTab = nullptr;
+    bool m_syncing = false;
+    bool m_quitAllowed = false;
+    int m_tabsConnection = 0;
+    int m_changedConnection = 0;
+};
+
+}  // namespace quillo::views

@@ -1,0 +1,18 @@
+// The widget tests' entry point: one QApplication on the offscreen platform for every case.
+
+#include <QApplication>
+#include <gtest/gtest.h>
+
+#include "base/main_queue.h"
+#include "views/qt_main_queue.h"
+
+int main(int argc, char** argv) {
+    qputenv("QT_QPA_PLATFORM", "offscreen");
+    testing::InitGoogleTest(&argc, argv);
+    QApplication application(argc, argv);
+    quillo::views::QtMainQueue mainQueue;
+    quillo::MainQueue::install(&mainQueue);
+    int result = RUN_ALL_TESTS();
+    quillo::MainQueue::install(nullptr);
+    return result;
+}
