@@ -1,0 +1,7 @@
+#include "captions_inspector.h"
+
+namespace quillo::views {
+
+CaptionsInspector::CaptionsInspector(EditorSession&, QWidget* parent) : QWidget(parent) {}
+
+}  // namespace quillo::views

@@ -1,0 +1,7 @@
+#include "sensitive_inspector.h"
+
+namespace quillo::views {
+
+SensitiveInspector::SensitiveInspector(EditorSession&, QWidget* parent) : QWidget(parent) {}
+
+}  // namespace quillo::views
