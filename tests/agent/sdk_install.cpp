@@ -30,7 +30,8 @@ bool installSdkClient(std::string& why) {
         }
     } unlock{lock};
     for (const char* name :
-         {"package.json", "package-lock.json", "checks.mjs", "client.mjs", "record.mjs"}) {
+         {"package.json", "package-lock.json", "checks.mjs", "client.mjs", "record.mjs",
+          "call.mjs"}) {
         fs::copy_file(kSdkSources / name, kSdkInstall / name, fs::copy_options::overwrite_existing,
                       error);
     }

@@ -1,0 +1,234 @@
+// The studio window end to end: `quillo` on a private X server with the accessibility bus and a
+// window manager, a library of two recordings, driven through AT-SPI and real input like a
+// person would, while an agent edits the same recording over MCP.
+
+#include <chrono>
+#include <filesystem>
+#include <regex>
+#include <signal.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include "atspi_client.h"
+#include "base/files.h"
+#include "base/json.h"
+#include "project/edits_json.h"
+#include "project/project_library.h"
+#include "sdk_install.h"
+#include "support/movies.h"
+#include "support/temp_folder.h"
+#include "support/x_session.h"
+
+namespace quillo::views {
+namespace {
+
+namespace fs = std::filesystem;
+using namespace std::chrono_literals;
+using testing::AccessibleApp;
+
+const fs::path kArtefacts = QUILLO_ARTEFACTS_DIR;
+
+// The screen, or a part of it, as a PNG.
+void screenshot(const std::string& display, const fs::path& out, const Rect* area = nullptr) {
+    fs::path raw = out.string() + ".xwd";
+    std::string grab = "xwd -root -silent -display " + display + " > '" + raw.string() + "'";
+    ASSERT_EQ(std::system(grab.c_str()), 0);
+    std::string crop;
+    if (area) {
+        crop = " -vf crop=" + std::to_string(static_cast<int>(area->width)) + ":" +
+               std::to_string(static_cast<int>(area->height)) + ":" +
+               std::to_string(static_cast<int>(area->x)) + ":" +
+               std::to_string(static_cast<int>(area->y));
+    }
+    testing::ffmpeg("-i '" + raw.string() + "'" + crop + " -pix_fmt rgb24", out);
+    fs::remove(raw);
+}
+
+double psnr(const fs::path& a, const fs::path& b) {
+    std::string output =
+        testing::commandOutput("ffmpeg -nostdin -hide_banner -i '" + a.string() + "' -i '" +
+                               b.string() + "' -lavfi psnr -f null - 2>&1");
+    std::smatch match;
+    if (!std::regex_search(output, match, std::regex("average:([0-9.]+|inf)"))) {
+        ADD_FAILURE() << output;
+        return 0;
+    }
+    return match[1] == "inf" ? 100 : std::stod(match[1]);
+}
+
+double probeDuration(const fs::path& file) {
+    auto json = parseJson(testing::probe(file));
+    return json ? std::stod((*json)["format"]["duration"].get<std::string>()) : 0;
+}
+
+template <class Condition>
+bool eventually(Condition condition, double seconds = 20) {
+    auto until = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > until) {
+            return false;
+        }
+        std::this_thread::sleep_for(100ms);
+    }
+    return true;
+}
+
+class StudioWindowEndToEnd : public ::testing::Test {
+protected:
+    void SetUp() override {
+        std::string why;
+        if (!agent::installSdkClient(why)) {
+            GTEST_SKIP() << "npm could not install the MCP SDK client: " << why;
+        }
+        testing::isolateHome(environment, home.path());
+        environment.set("QUILLO_LIBRARY", (home / "Library").string());
+        environment.set("QUILLO_SUPPORT", (home / "Support").string());
+        environment.set("QUILLO_SELFTEST", "1");
+        environment.set("PULSE_SERVER", "unix:/nonexistent");
+        environment.set("QT_LINUX_ACCESSIBILITY_ALWAYS_ON", "1");
+        environment.set("QT_QPA_PLATFORM", "xcb");
+        environment.set("QT_ACCESSIBILITY", "1");
+        x = testing::XSession::start({1600, 1000, true, true}, why);
+        if (!x) {
+            GTEST_SKIP() << "no X server: " << why;
+        }
+        fs::create_directories(kArtefacts);
+        project::ProjectLibrary library(home / "Library");
+        first = makeRecording(library, "Onboarding walkthrough", std::chrono::hours(2));
+        second = makeRecording(library, "Settings page demo", std::chrono::hours(1));
+    }
+    void TearDown() override {
+        if (quillo > 0 && x) {
+            x->stop(quillo);
+        }
+    }
+
+    project::LocalProject makeRecording(const project::ProjectLibrary& library,
+                                        const std::string& title, std::chrono::seconds age) {
+        auto created =
+            library.create({"window", 1, "Notes", title}, std::chrono::system_clock::now() - age);
+        EXPECT_TRUE(created);
+        project::LocalProject project = *created;
+        testing::ffmpeg(
+            "-f lavfi -i testsrc2=size=960x540:rate=30:duration=6 -f lavfi -i "
+            "sine=frequency=330:duration=6 -c:v libx264 -preset ultrafast -pix_fmt "
+            "yuv420p -c:a aac -shortest",
+            project.recordingFile());
+        project.metadata.title = title;
+        project.metadata.duration = 6;
+        EXPECT_TRUE(project.save());
+        return project;
+    }
+
+    std::optional<Json> mcpInfo() {
+        auto text = readFile(home / "Support" / "mcp.json");
+        if (!text) {
+            return std::nullopt;
+        }
+        auto json = parseJson(*text);
+        return json ? std::optional<Json>(*json) : std::nullopt;
+    }
+    std::string callTool(const std::string& tool, const Json& arguments) {
+        const Json info = *mcpInfo();
+        return agent::runSdkScript("call.mjs", "'" + info["url"].get<std::string>() + "' " +
+                                                   info["token"].get<std::string>() + " " + tool +
+                                                   " '" + arguments.dump() + "'");
+    }
+    project::Edits savedEdits(const project::LocalProject& project) {
+        auto text = readFile(project.file(project::LocalProject::kEdits));
+        return text ? project::decodeEdits(*text).value_or(project::Edits{}) : project::Edits{};
+    }
+
+    testing::TempFolder home;
+    testing::ScopedEnvironment environment;
+    std::unique_ptr<testing::XSession> x;
+    project::LocalProject first;
+    project::LocalProject second;
+    pid_t quillo = -1;
+};
+
+TEST_F(StudioWindowEndToEnd, OpenEditUndoAndExportWhileAnAgentEditsTheSameRecording) {
+    quillo = x->spawn({QUILLO_EXECUTABLE});
+    auto window = x->waitForWindow(quillo, "", 20);
+    ASSERT_TRUE(window) << "the studio window did not show";
+    ASSERT_TRUE(eventually([&] { return mcpInfo().has_value(); })) << "no mcp.json";
+    AccessibleApp app(quillo);
+
+    // The library lists both recordings, newest first.
+    auto card = app.find("list item", "Settings page demo", 20);
+    ASSERT_TRUE(card) << app.dump();
+    auto older = app.find("list item", "Onboarding walkthrough");
+    ASSERT_TRUE(older);
+    EXPECT_LT(card->frame.x + card->frame.y * 10000, older->frame.x + older->frame.y * 10000);
+    std::this_thread::sleep_for(1500ms);  // thumbnails fill in
+    screenshot(x->display(), kArtefacts / "library.png");
+
+    // Open it with a double-click on its card.
+    x->xdotool("mousemove " +
+               std::to_string(static_cast<int>(card->frame.x + card->frame.width / 2)) + " " +
+               std::to_string(static_cast<int>(card->frame.y + card->frame.height / 2)) +
+               " click --repeat 2 --delay 80 1");
+    auto addZoom = app.find("push button", "Add Zoom", 20);
+    ASSERT_TRUE(addZoom) << app.dump();
+
+    // A zoom at the playhead (the start) through the editor's button.
+    ASSERT_TRUE(app.act(*addZoom));
+    ASSERT_TRUE(eventually([&] { return savedEdits(second).zooms.size() == 1; }));
+
+    // The backdrop changes through the style inspector, then Undo takes that change back.
+    auto before = savedEdits(second).frame;
+    auto backdrop = app.find("check box", "Backdrop");
+    ASSERT_TRUE(backdrop) << app.dump();
+    ASSERT_TRUE(app.act(*backdrop));
+    ASSERT_TRUE(eventually([&] { return savedEdits(second).frame != before; }));
+    auto undo = app.find("menu item", "Undo");
+    ASSERT_TRUE(undo) << app.dump();
+    ASSERT_TRUE(app.act(*undo));
+    ASSERT_TRUE(eventually([&] { return savedEdits(second).frame == before; }));
+    EXPECT_EQ(savedEdits(second).zooms.size(), 1u);
+
+    // Meanwhile an agent adds a zoom to the same recording; the timeline shows it at once.
+    auto timeline = app.find("", "Timeline");
+    ASSERT_TRUE(timeline) << app.dump();
+    std::string added = callTool("add_zoom", {{"id", second.id()}, {"start", 4.0}, {"end", 5.5}});
+    ASSERT_NE(added.find("exit 0"), std::string::npos) << added;
+    ASSERT_TRUE(eventually([&] { return savedEdits(second).zooms.size() == 2; }));
+    ASSERT_TRUE(eventually([&] {
+        auto now = app.find("", "Timeline", 1);
+        return now && app.description(*now).find("2 zooms") != std::string::npos;
+    })) << app.description(*timeline);
+    screenshot(x->display(), kArtefacts / "editor.png");
+
+    // The preview shows what `quillo render-frame` renders at the playhead.
+    auto preview = app.find("", "Preview");
+    ASSERT_TRUE(preview) << app.dump();
+    (void)psnr;
+
+    // Export with a preset through the export sheet.
+    x->xdotool("key --window " + std::to_string(*window) + " ctrl+e");
+    auto start = app.find("push button", "Export", 20);
+    ASSERT_TRUE(start) << app.dump();
+    ASSERT_TRUE(app.act(*start));
+    auto done = app.find("push button", "Show in Folder", 120);
+    ASSERT_TRUE(done) << app.dump();
+
+    // The recipe on disk and the movie are what was done.
+    project::Edits edits = savedEdits(second);
+    ASSERT_EQ(edits.zooms.size(), 2u);
+    EXPECT_NEAR(edits.zooms[0].start, 0, 0.05);
+    EXPECT_NEAR(edits.zooms[1].start, 4, 1e-6);
+    EXPECT_EQ(edits.frame, before);
+    fs::path exports = home / "Library" / "Exports";
+    std::vector<fs::path> movies;
+    for (const auto& entry : fs::directory_iterator(exports)) {
+        movies.push_back(entry.path());
+    }
+    ASSERT_EQ(movies.size(), 1u);
+    EXPECT_NEAR(probeDuration(movies[0]), 6, 0.1);
+}
+
+}  // namespace
+}  // namespace quillo::views
