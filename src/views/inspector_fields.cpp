@@ -1,0 +1,47 @@
+#include "inspector_fields.h"
+
+#include <QFormLayout>
+#include <QLabel>
+#include <QPushButton>
+#include <QWidget>
+
+#include "base/clock.h"
+
+namespace quillo::views {
+
+QFormLayout* inspectorForm(QWidget* parent) {
+    auto* form = new QFormLayout(parent);
+    form->setContentsMargins(0, 0, 0, 0);
+    form->setHorizontalSpacing(12);
+    form->setVerticalSpacing(8);
+    form->setLabelAlignment(Qt::AlignLeft | Qt::AlignVCenter);
+    form->setFieldGrowthPolicy(QFormLayout::AllNonFixedFieldsGrow);
+    form->setRowWrapPolicy(QFormLayout::DontWrapRows);
+    return form;
+}
+
+QLabel* timesLabel(const QString& name, QWidget* parent) {
+    auto* label = new QLabel(parent);
+    label->setAccessibleName(name);
+    label->setTextInteractionFlags(Qt::TextSelectableByMouse | Qt::TextSelectableByKeyboard);
+    return label;
+}
+
+QPushButton* removeButton(const QString& text, QWidget* parent) {
+    auto* button = new QPushButton(text, parent);
+    button->setAccessibleName(text);
+    button->setToolTip(QObject::tr("Remove it from the video (Delete)"));
+    return button;
+}
+
+QString finishedTimes(const project::Edits& edits, double start, double end) {
+    double from = edits.outputTime(start);
+    double to = edits.outputTime(end);
+    if (to - from < 0.001) {
+        return QObject::tr("Cut from the video");
+    }
+    return QString::fromStdString(clock(from, true) + " – " + clock(to, true)) +
+           QObject::tr(" · %1 s").arg(to - from, 0, 'f', 1);
+}
+
+}  // namespace quillo::views
