@@ -1,0 +1,117 @@
+#include "captions_section_parts.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include <QHBoxLayout>
+#include <QHeaderView>
+#include <QLabel>
+#include <QProgressBar>
+#include <QPushButton>
+#include <QTableView>
+#include <QVBoxLayout>
+
+namespace quillo::views {
+
+QString clockText(double seconds) {
+    // Rounded to tenths first, so 59.96 reads 1:00.0 rather than 0:60.0.
+    long tenths = std::lround(std::max(0.0, seconds) * 10);
+    long minutes = tenths / 600;
+    double rest = static_cast<double>(tenths % 600) / 10;
+    return QStringLiteral("%1:%2").arg(minutes).arg(rest, 4, 'f', 1, QLatin1Char('0'));
+}
+
+QString lengthText(double seconds) {
+    return QStringLiteral("%1 s").arg(std::max(0.0, seconds), 0, 'f', 1);
+}
+
+void MutedColumnDelegate::initStyleOption(QStyleOptionViewItem* option,
+                                          const QModelIndex& index) const {
+    QStyledItemDelegate::initStyleOption(option, index);
+    if (index.column() == m_column) {
+        const QColor muted = option->palette.color(QPalette::PlaceholderText);
+        option->palette.setColor(QPalette::Text, muted);
+    }
+}
+
+void setUpRowTable(QTableView* table, int muted) {
+    table->setShowGrid(false);
+    table->horizontalHeader()->hide();
+    table->verticalHeader()->hide();
+    table->setSelectionBehavior(QAbstractItemView::SelectRows);
+    table->setSelectionMode(QAbstractItemView::SingleSelection);
+    table->setWordWrap(true);
+    table->setAlternatingRowColors(true);
+    table->horizontalHeader()->setStretchLastSection(true);
+    table->verticalHeader()->setSectionResizeMode(QHeaderView::ResizeToContents);
+    table->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    table->setItemDelegateForColumn(muted, new MutedColumnDelegate(muted, table));
+}
+
+ProgressRow::ProgressRow(const QString& what, const QString& stopText, QWidget* parent)
+    : QWidget(parent) {
+    auto* layout = new QVBoxLayout(this);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSpacing(4);
+
+    m_busy = new QWidget(this);
+    auto* busy = new QVBoxLayout(m_busy);
+    busy->setContentsMargins(0, 0, 0, 0);
+    busy->setSpacing(4);
+    m_status = new QLabel(m_busy);
+    m_status->setForegroundRole(QPalette::PlaceholderText);
+    busy->addWidget(m_status);
+    auto* barRow = new QHBoxLayout;
+    barRow->setSpacing(8);
+    m_bar = new QProgressBar(m_busy);
+    m_bar->setTextVisible(false);
+    m_bar->setMaximumHeight(8);
+    m_bar->setAccessibleName(what + QStringLiteral(" progress"));
+    barRow->addWidget(m_bar, 1);
+    m_stop = new QPushButton(stopText, m_busy);
+    m_stop->setAccessibleName(stopText + QLatin1Char(' ') + what);
+    connect(m_stop, &QPushButton::clicked, this, &ProgressRow::stopRequested);
+    barRow->addWidget(m_stop);
+    busy->addLayout(barRow);
+    layout->addWidget(m_busy);
+    m_busy->hide();
+
+    m_message = new QLabel(this);
+    m_message->setWordWrap(true);
+    m_message->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    m_message->setAccessibleName(what + QStringLiteral(" message"));
+    layout->addWidget(m_message);
+    m_message->hide();
+}
+
+void ProgressRow::showProgress(const QString& status, std::optional<double> fraction) {
+    m_status->setText(status);
+    if (fraction) {
+        m_bar->setRange(0, 1000);
+        m_bar->setValue(static_cast<int>(std::lround(std::clamp(*fraction, 0.0, 1.0) * 1000)));
+    } else {
+        m_bar->setRange(0, 0);
+    }
+    m_busy->show();
+}
+
+void ProgressRow::hideProgress() { m_busy->hide(); }
+
+bool ProgressRow::running() const { return !m_busy->isHidden(); }
+
+void ProgressRow::setMessage(const QString& text, bool error) {
+    m_message->setText(text);
+    QPalette palette = this->palette();
+    if (error) {
+        // A red that reads on light and dark windows alike.
+        const bool dark = palette.color(QPalette::Window).lightness() < 128;
+        palette.setColor(QPalette::WindowText,
+                         dark ? QColor(0xff, 0x8a, 0x80) : QColor(0xc0, 0x1c, 0x28));
+    }
+    m_message->setPalette(palette);
+    m_message->setVisible(!text.isEmpty());
+}
+
+QString ProgressRow::message() const { return m_message->text(); }
+
+}  // namespace quillo::views

@@ -1,0 +1,70 @@
+#pragma once
+
+#include <optional>
+
+#include <QString>
+#include <QStyledItemDelegate>
+#include <QWidget>
+
+class QLabel;
+class QProgressBar;
+class QPushButton;
+class QTableView;
+
+namespace quillo::views {
+
+// "1:05.3": minutes and seconds with tenths, for times listed in the analysis sections.
+QString clockText(double seconds);
+// "12.3 s" for lengths.
+QString lengthText(double seconds);
+
+// Draws the cells of `column` in the palette's placeholder tone, so times and lengths recede
+// behind what a row is about.
+class MutedColumnDelegate : public QStyledItemDelegate {
+public:
+    MutedColumnDelegate(int column, QObject* parent)
+        : QStyledItemDelegate(parent), m_column(column) {}
+
+protected:
+    void initStyleOption(QStyleOptionViewItem* option, const QModelIndex& index) const override;
+
+private:
+    int m_column;
+};
+
+// Sets a table up as a plain list of rows: no grid or headers, whole rows selected one at a time,
+// the last column stretched, rows as high as their wrapped text, `muted` in the placeholder tone.
+void setUpRowTable(QTableView* table, int muted);
+
+// The running state shared by the analysis sections (captions, dead time, sensitive info): a
+// status line, a progress bar (busy when the fraction is unknown) and a stop button, shown only
+// while work runs; below it a message line for results and errors, which stays. GUI thread only.
+class ProgressRow : public QWidget {
+    Q_OBJECT
+
+public:
+    // `what` names the work for assistive technology ("Transcription"), `stopText` labels the
+    // button ("Stop", "Cancel").
+    ProgressRow(const QString& what, const QString& stopText, QWidget* parent = nullptr);
+
+    // Shows the bar with `status`; `fraction` 0–1, or none for a busy bar.
+    void showProgress(const QString& status, std::optional<double> fraction);
+    void hideProgress();
+    bool running() const;
+
+    // A message under the bar; `error` draws it in the palette's error tone. Empty hides it.
+    void setMessage(const QString& text, bool error = false);
+    QString message() const;
+
+signals:
+    void stopRequested();
+
+private:
+    QWidget* m_busy = nullptr;
+    QLabel* m_status = nullptr;
+    QProgressBar* m_bar = nullptr;
+    QPushButton* m_stop = nullptr;
+    QLabel* m_message = nullptr;
+};
+
+}  // namespace quillo::views
