@@ -2,7 +2,6 @@
 
 #include <algorithm>
 
-#include <QAction>
 #include <QHBoxLayout>
 #include <QHeaderView>
 #include <QLabel>
@@ -49,12 +48,7 @@ CaptionLineList::CaptionLineList(EditorSession& session, QWidget* parent)
     buttons->addWidget(m_delete);
     layout->addLayout(buttons);
 
-    // Delete on the list itself; while a line's editor is open the key stays the editor's.
-    auto* remove = new QAction(QStringLiteral("Delete Line"), m_table);
-    remove->setShortcuts({QKeySequence::Delete, QKeySequence(Qt::Key_Backspace)});
-    remove->setShortcutContext(Qt::WidgetShortcut);
-    m_table->addAction(remove);
-    connect(remove, &QAction::triggered, this, &CaptionLineList::deleteCurrent);
+    onKeys(m_table, {Qt::Key_Delete, Qt::Key_Backspace}, [this] { deleteCurrent(); });
     connect(m_delete, &QPushButton::clicked, this, &CaptionLineList::deleteCurrent);
 
     connect(m_table->selectionModel(), &QItemSelectionModel::currentRowChanged, this,

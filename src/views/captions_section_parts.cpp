@@ -5,6 +5,7 @@
 
 #include <QHBoxLayout>
 #include <QHeaderView>
+#include <QKeyEvent>
 #include <QLabel>
 #include <QProgressBar>
 #include <QPushButton>
@@ -32,6 +33,39 @@ void MutedColumnDelegate::initStyleOption(QStyleOptionViewItem* option,
         const QColor muted = option->palette.color(QPalette::PlaceholderText);
         option->palette.setColor(QPalette::Text, muted);
     }
+}
+
+namespace {
+
+class KeyFilter : public QObject {
+public:
+    KeyFilter(std::vector<int> keys, std::function<void()> run, QObject* parent)
+        : QObject(parent), m_keys(std::move(keys)), m_run(std::move(run)) {}
+
+protected:
+    bool eventFilter(QObject* watched, QEvent* event) override {
+        if (event->type() != QEvent::KeyPress || watched != parent()) {
+            return false;
+        }
+        auto* key = static_cast<QKeyEvent*>(event);
+        const auto modifiers = key->modifiers() & ~Qt::KeypadModifier;
+        if (modifiers != Qt::NoModifier ||
+            std::find(m_keys.begin(), m_keys.end(), key->key()) == m_keys.end()) {
+            return false;
+        }
+        m_run();
+        return true;
+    }
+
+private:
+    std::vector<int> m_keys;
+    std::function<void()> m_run;
+};
+
+}  // namespace
+
+void onKeys(QWidget* widget, std::initializer_list<int> keys, std::function<void()> run) {
+    widget->installEventFilter(new KeyFilter(keys, std::move(run), widget));
 }
 
 void setUpRowTable(QTableView* table, int muted) {

@@ -1,6 +1,9 @@
 #pragma once
 
+#include <functional>
+#include <initializer_list>
 #include <optional>
+#include <vector>
 
 #include <QString>
 #include <QStyledItemDelegate>
@@ -31,6 +34,11 @@ protected:
 private:
     int m_column;
 };
+
+// Calls `run` when one of `keys` (without modifiers) is pressed in `widget` itself, for list
+// commands such as Delete; keys typed into an open item editor stay the editor's. The filter is
+// owned by `widget`.
+void onKeys(QWidget* widget, std::initializer_list<int> keys, std::function<void()> run);
 
 // Sets a table up as a plain list of rows: no grid or headers, whole rows selected one at a time,
 // the last column stretched, rows as high as their wrapped text, `muted` in the placeholder tone.

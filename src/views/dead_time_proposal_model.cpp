@@ -15,12 +15,16 @@ QString deadTimeActionText(const editor::dead_time::Segment& proposal) {
 
 void DeadTimeProposalModel::setProposals(std::vector<editor::dead_time::Segment> proposals,
                                          const project::Edits& edits) {
+    std::vector<std::pair<double, double>> output;
+    for (const auto& proposal : proposals) {
+        output.emplace_back(edits.outputTime(proposal.start), edits.outputTime(proposal.end));
+    }
+    if (proposals == m_proposals && output == m_output) {
+        return;
+    }
     beginResetModel();
     m_proposals = std::move(proposals);
-    m_output.clear();
-    for (const auto& proposal : m_proposals) {
-        m_output.emplace_back(edits.outputTime(proposal.start), edits.outputTime(proposal.end));
-    }
+    m_output = std::move(output);
     endResetModel();
 }
 

@@ -19,7 +19,8 @@ public:
 
     explicit DeadTimeProposalModel(QObject* parent = nullptr) : QAbstractTableModel(parent) {}
 
-    // Shows `proposals` (recording time) mapped to the finished video through `edits`.
+    // Shows `proposals` (recording time) mapped to the finished video through `edits`; the same
+    // rows again leave the view's current row alone.
     void setProposals(std::vector<editor::dead_time::Segment> proposals,
                       const project::Edits& edits);
     const std::vector<editor::dead_time::Segment>& proposals() const { return m_proposals; }

@@ -1,6 +1,5 @@
 #include "sensitive_inspector.h"
 
-#include <QAction>
 #include <QApplication>
 #include <QHBoxLayout>
 #include <QHeaderView>
@@ -84,11 +83,7 @@ SensitiveInspector::SensitiveInspector(EditorSession& session, QWidget* parent)
     results->addLayout(buttons);
     layout->addWidget(m_results);
 
-    auto* hideCurrent = new QAction(QStringLiteral("Hide"), m_table);
-    hideCurrent->setShortcuts({QKeySequence(Qt::Key_Return), QKeySequence(Qt::Key_Enter)});
-    hideCurrent->setShortcutContext(Qt::WidgetShortcut);
-    m_table->addAction(hideCurrent);
-    connect(hideCurrent, &QAction::triggered, this, [this] {
+    onKeys(m_table, {Qt::Key_Return, Qt::Key_Enter}, [this] {
         if (m_table->currentIndex().isValid()) {
             hide(static_cast<size_t>(m_table->currentIndex().row()));
         }

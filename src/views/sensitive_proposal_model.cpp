@@ -19,12 +19,16 @@ const QString kHide = QStringLiteral("Hide");
 
 void SensitiveProposalModel::setProposals(const std::vector<project::Redaction>& proposals,
                                           const project::Edits& edits) {
-    beginResetModel();
-    m_rows.clear();
+    std::vector<Row> rows;
     for (const auto& proposal : proposals) {
-        m_rows.push_back({QString::fromStdString(proposal.label.value_or("Private text")),
-                          edits.outputTime(proposal.start), edits.outputTime(proposal.end)});
+        rows.push_back({QString::fromStdString(proposal.label.value_or("Private text")),
+                        edits.outputTime(proposal.start), edits.outputTime(proposal.end)});
     }
+    if (rows == m_rows) {
+        return;
+    }
+    beginResetModel();
+    m_rows = std::move(rows);
     endResetModel();
 }
 

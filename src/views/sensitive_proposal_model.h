@@ -19,6 +19,8 @@ public:
 
     explicit SensitiveProposalModel(QObject* parent = nullptr) : QAbstractTableModel(parent) {}
 
+    // Shows `proposals` with times mapped through `edits`. Unchanged rows keep the view's
+    // current row (the playhead moving is a recipe change too).
     void setProposals(const std::vector<project::Redaction>& proposals,
                       const project::Edits& edits);
 
@@ -31,6 +33,7 @@ private:
         QString kind;
         double start = 0;  // seconds of the finished video
         double end = 0;
+        bool operator==(const Row&) const = default;
     };
     std::vector<Row> m_rows;
 };
