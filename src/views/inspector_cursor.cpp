@@ -50,9 +50,9 @@ CursorInspector::CursorInspector(EditorSession& session, QWidget* parent)
 
     auto* form = inspectorForm(this);
     form->addRow(m_visible);
-    form->addRow(tr("Theme"), m_theme);
-    form->addRow(tr("Size"), m_size);
-    form->addRow(tr("Smoothing"), m_smoothing);
+    formRow(form, tr("Theme"), m_theme);
+    formRow(form, tr("Size"), m_size);
+    formRow(form, tr("Smoothing"), m_smoothing);
     form->addRow(m_idle);
     if (!session.model().cursorTrack()) {
         auto* note = new QLabel(tr("This recording has no separately recorded cursor."), this);

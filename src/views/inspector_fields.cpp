@@ -9,6 +9,13 @@
 
 namespace quillo::views {
 
+namespace {
+
+// Wide enough for the longest label ("Background", "Smoothing") at the default font.
+constexpr int kLabelWidth = 78;
+
+}  // namespace
+
 QFormLayout* inspectorForm(QWidget* parent) {
     auto* form = new QFormLayout(parent);
     form->setContentsMargins(0, 0, 0, 0);
@@ -18,6 +25,13 @@ QFormLayout* inspectorForm(QWidget* parent) {
     form->setFieldGrowthPolicy(QFormLayout::AllNonFixedFieldsGrow);
     form->setRowWrapPolicy(QFormLayout::DontWrapRows);
     return form;
+}
+
+void formRow(QFormLayout* form, const QString& label, QWidget* field) {
+    auto* text = new QLabel(label, form->parentWidget());
+    text->setMinimumWidth(kLabelWidth);
+    text->setBuddy(field);
+    form->addRow(text, field);
 }
 
 QLabel* timesLabel(const QString& name, QWidget* parent) {
@@ -31,6 +45,7 @@ QPushButton* removeButton(const QString& text, QWidget* parent) {
     auto* button = new QPushButton(text, parent);
     button->setAccessibleName(text);
     button->setToolTip(QObject::tr("Remove it from the video (Delete)"));
+    button->setSizePolicy(QSizePolicy::Fixed, QSizePolicy::Fixed);
     return button;
 }
 

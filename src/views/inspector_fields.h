@@ -15,6 +15,8 @@ namespace quillo::views {
 
 // A form layout on `parent` with the inspector's spacing and labels on the left.
 QFormLayout* inspectorForm(QWidget* parent);
+// Adds a row whose label column has the same width in every section, so the controls line up.
+void formRow(QFormLayout* form, const QString& label, QWidget* field);
 // A read-only line for an item's time, found by `name`.
 QLabel* timesLabel(const QString& name, QWidget* parent);
 // The button that removes the selected item.

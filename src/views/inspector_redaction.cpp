@@ -57,11 +57,11 @@ RedactionInspector::RedactionInspector(EditorSession& session, QWidget* parent)
     m_remove = removeButton(tr("Remove Redaction"), this);
 
     auto* form = inspectorForm(this);
-    form->addRow(tr("Style"), m_style);
-    form->addRow(tr("Strength"), m_strength);
-    form->addRow(tr("Colour"), m_colour);
-    form->addRow(tr("Time"), m_times);
-    form->addRow(QString(), m_remove);
+    formRow(form, tr("Style"), m_style);
+    formRow(form, tr("Strength"), m_strength);
+    formRow(form, tr("Colour"), m_colour);
+    formRow(form, tr("Time"), m_times);
+    formRow(form, QString(), m_remove);
 
     connect(m_style, &QComboBox::activated, this, [this](int index) {
         auto style = static_cast<RedactionStyle>(m_style->itemData(index).toInt());

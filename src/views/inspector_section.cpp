@@ -44,7 +44,7 @@ InspectorSection::InspectorSection(const QString& key, const QString& title, boo
 
     m_body = new QWidget(this);
     m_bodyLayout = new QVBoxLayout(m_body);
-    m_bodyLayout->setContentsMargins(4, 2, 0, 10);
+    m_bodyLayout->setContentsMargins(0, 2, 0, 10);
     m_bodyLayout->setSpacing(8);
 
     auto* layout = new QVBoxLayout(this);

@@ -50,10 +50,10 @@ SegmentInspector::SegmentInspector(EditorSession& session, QWidget* parent)
     m_remove = removeButton(tr("Remove"), this);
 
     auto* form = inspectorForm(this);
-    form->addRow(tr("Kind"), kind);
-    form->addRow(tr("Speed"), m_speed);
-    form->addRow(tr("Time"), m_times);
-    form->addRow(QString(), m_remove);
+    formRow(form, tr("Kind"), kind);
+    formRow(form, tr("Speed"), m_speed);
+    formRow(form, tr("Time"), m_times);
+    formRow(form, QString(), m_remove);
 
     connect(m_cut, &QRadioButton::toggled, this, [this](bool on) {
         if (on) {

@@ -56,11 +56,11 @@ StyleInspector::StyleInspector(EditorSession& session, QWidget* parent)
 
     auto* form = inspectorForm(this);
     form->addRow(m_backdrop);
-    form->addRow(tr("Background"), swatches);
-    form->addRow(tr("Padding"), m_padding);
-    form->addRow(tr("Corners"), m_corners);
-    form->addRow(QString(), m_shadow);
-    form->addRow(tr("Shape"), m_aspect);
+    formRow(form, tr("Background"), swatches);
+    formRow(form, tr("Padding"), m_padding);
+    formRow(form, tr("Corners"), m_corners);
+    formRow(form, QString(), m_shadow);
+    formRow(form, tr("Shape"), m_aspect);
     form->addRow(m_highlights);
 
     connect(m_backdrop, &QCheckBox::toggled, this, [this](bool on) {

@@ -24,12 +24,12 @@ ZoomInspector::ZoomInspector(EditorSession& session, QWidget* parent)
     m_remove = removeButton(tr("Remove Zoom"), this);
 
     auto* form = inspectorForm(this);
-    form->addRow(tr("Scale"), m_scale);
-    form->addRow(tr("Across"), m_x);
-    form->addRow(tr("Down"), m_y);
-    form->addRow(QString(), m_follow);
-    form->addRow(tr("Time"), m_times);
-    form->addRow(QString(), m_remove);
+    formRow(form, tr("Scale"), m_scale);
+    formRow(form, tr("Across"), m_x);
+    formRow(form, tr("Down"), m_y);
+    formRow(form, QString(), m_follow);
+    formRow(form, tr("Time"), m_times);
+    formRow(form, QString(), m_remove);
 
     connect(m_scale, &InspectorSlider::committed, this,
             [this](double scale) { change([scale](auto& zoom) { zoom.scale = scale; }); });
