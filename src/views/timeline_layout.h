@@ -44,6 +44,7 @@ struct TimelineItems {
 
 struct TimelineLayout {
     static constexpr double kLabelWidth = 96;
+    static constexpr double kRightPadding = 14;  // keeps the end's trim handle off the edge
     static constexpr double kRowGap = 3;
     static constexpr double kEdgeSlop = 5;  // pixels either side of a block's edge
     static constexpr double kMarkerSlop = 6;
@@ -62,7 +63,7 @@ struct TimelineLayout {
 
     const QRectF& rect(TimelineRow row) const { return rows[static_cast<size_t>(row)]; }
     double trackLeft() const { return kLabelWidth; }
-    double trackWidth() const { return std::max(0.0, width - kLabelWidth); }
+    double trackWidth() const { return std::max(0.0, width - kLabelWidth - kRightPadding); }
     double x(double t) const { return trackLeft() + (t - scroll) * pixelsPerSecond; }
     double time(double x) const { return scroll + (x - trackLeft()) / pixelsPerSecond; }
     double visibleSeconds() const { return trackWidth() / pixelsPerSecond; }

@@ -437,9 +437,12 @@ void drawPlayhead(Painting& s) {
 void paintTimeline(QPainter& painter, const TimelineScene& scene, const QPalette& palette) {
     const TimelineLayout& layout = *scene.layout;
     Painting s{
-        painter,          scene,
-        layout,           *scene.session,
-        Colours(palette), QRectF(layout.trackLeft(), 0, layout.trackWidth(), layout.rowsHeight())};
+        painter,
+        scene,
+        layout,
+        *scene.session,
+        Colours(palette),
+        QRectF(layout.trackLeft(), 0, layout.width - layout.trackLeft(), layout.rowsHeight())};
     painter.setRenderHint(QPainter::Antialiasing);
     painter.fillRect(QRectF(0, 0, layout.width, layout.rowsHeight() + 40), s.colours.base);
     QFont font = painter.font();
