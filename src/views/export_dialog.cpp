@@ -225,7 +225,9 @@ void ExportDialog::buildChoices(QWidget* page) {
     form->setVerticalSpacing(10);
     form->setLabelAlignment(Qt::AlignLeft | Qt::AlignTop);
     form->addRow(tr("Preset"), presetBox);
-    form->addRow(tr("Format"), custom);
+    // Only Custom takes its own format and size; the other presets fix both.
+    form->addRow(tr("Custom"), custom);
+    custom->setToolTip(tr("The format and size of the Custom preset"));
     form->addRow(tr("Framing"), m_framingRow);
 
     connect(m_presets, &QButtonGroup::idToggled, this, [this](int, bool on) {
@@ -299,6 +301,13 @@ void ExportDialog::startExport() {
 
 void ExportDialog::exportEnded(const QString& error) {
     if (!error.isEmpty()) {
+        // A cancel is the user's own doing, not a failure to point out.
+        bool failed = error != render::kExportCancelled;
+        QPalette palette = this->palette();
+        if (failed) {
+            palette.setColor(QPalette::WindowText, QColor(0xd0, 0x30, 0x30));
+        }
+        m_message->setPalette(palette);
         m_message->setText(error);
         showStage(Stage::Choosing);
         return;

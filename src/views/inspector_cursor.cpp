@@ -34,6 +34,7 @@ CursorInspector::CursorInspector(EditorSession& session, QWidget* parent)
     m_visible = new QCheckBox(tr("Show the cursor"), this);
     m_visible->setAccessibleName(tr("Show the cursor"));
     m_theme = new QComboBox(this);
+    ignoreWheelUnlessFocused(m_theme);
     m_theme->setAccessibleName(tr("Cursor theme"));
     m_theme->setIconSize({20, 20});
     m_theme->addItem(tr("System cursor"), QString());

@@ -1,5 +1,6 @@
 #include "inspector_fields.h"
 
+#include <QEvent>
 #include <QFormLayout>
 #include <QLabel>
 #include <QPushButton>
@@ -10,6 +11,21 @@
 namespace quillo::views {
 
 namespace {
+
+// Hands wheel events of an unfocused control to its parent (the scroll area).
+class WheelGuard : public QObject {
+public:
+    using QObject::QObject;
+
+protected:
+    bool eventFilter(QObject* watched, QEvent* event) override {
+        if (event->type() == QEvent::Wheel && !static_cast<QWidget*>(watched)->hasFocus()) {
+            event->ignore();
+            return true;
+        }
+        return false;
+    }
+};
 
 // Wide enough for the longest label ("Background", "Smoothing") at the default font.
 constexpr int kLabelWidth = 78;
@@ -32,6 +48,11 @@ void formRow(QFormLayout* form, const QString& label, QWidget* field) {
     text->setMinimumWidth(kLabelWidth);
     text->setBuddy(field);
     form->addRow(text, field);
+}
+
+void ignoreWheelUnlessFocused(QWidget* control) {
+    control->setFocusPolicy(Qt::StrongFocus);
+    control->installEventFilter(new WheelGuard(control));
 }
 
 QLabel* timesLabel(const QString& name, QWidget* parent) {

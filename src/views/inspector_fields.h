@@ -17,6 +17,9 @@ namespace quillo::views {
 QFormLayout* inspectorForm(QWidget* parent);
 // Adds a row whose label column has the same width in every section, so the controls line up.
 void formRow(QFormLayout* form, const QString& label, QWidget* field);
+// Lets the wheel scroll the inspector past `control` unless the control has the keyboard focus,
+// so scrolling the panel never edits the recipe by accident.
+void ignoreWheelUnlessFocused(QWidget* control);
 // A read-only line for an item's time, found by `name`.
 QLabel* timesLabel(const QString& name, QWidget* parent);
 // The button that removes the selected item.

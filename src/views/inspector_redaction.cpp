@@ -45,6 +45,7 @@ RedactionInspector::RedactionInspector(EditorSession& session, QWidget* parent)
     : QWidget(parent), m_session(session) {
     setAccessibleName(tr("Redaction"));
     m_style = new QComboBox(this);
+    ignoreWheelUnlessFocused(m_style);
     m_style->setAccessibleName(tr("Redaction style"));
     m_style->addItem(tr("Blur"), static_cast<int>(RedactionStyle::Blur));
     m_style->addItem(tr("Pixelate"), static_cast<int>(RedactionStyle::Pixelate));

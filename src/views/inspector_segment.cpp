@@ -41,6 +41,7 @@ SegmentInspector::SegmentInspector(EditorSession& session, QWidget* parent)
     kindLayout->addStretch(1);
 
     m_speed = new QComboBox(this);
+    ignoreWheelUnlessFocused(m_speed);
     m_speed->setAccessibleName(tr("Speed"));
     for (double speed : kSpeeds) {
         m_speed->addItem(speedText(speed), speed);

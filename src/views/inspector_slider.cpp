@@ -7,6 +7,8 @@
 #include <QSignalBlocker>
 #include <QSlider>
 
+#include "inspector_fields.h"
+
 namespace quillo::views {
 
 InspectorSlider::InspectorSlider(const QString& name, double minimum, double maximum, double step,
@@ -34,6 +36,8 @@ InspectorSlider::InspectorSlider(const QString& name, double minimum, double max
     layout->addWidget(m_slider, 1);
     layout->addWidget(m_spin);
     setFocusProxy(m_slider);
+    ignoreWheelUnlessFocused(m_slider);
+    ignoreWheelUnlessFocused(m_spin);
 
     connect(m_slider, &QSlider::valueChanged, this, [this](int at) {
         QSignalBlocker blocker(m_spin);

@@ -43,6 +43,7 @@ StyleInspector::StyleInspector(EditorSession& session, QWidget* parent)
     m_shadow = new QCheckBox(tr("Shadow"), this);
     m_shadow->setAccessibleName(tr("Shadow"));
     m_aspect = new QComboBox(this);
+    ignoreWheelUnlessFocused(m_aspect);
     m_aspect->setAccessibleName(tr("Canvas shape"));
     for (const auto& [aspect, raw] : EnumTable<AspectRatio>::cases) {
         QString label = aspect == AspectRatio::Original

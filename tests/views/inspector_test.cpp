@@ -10,6 +10,7 @@
 #include <QRadioButton>
 #include <QSlider>
 #include <QToolButton>
+#include <QWheelEvent>
 #include <gtest/gtest.h>
 
 #include "views/inspector_panel.h"
@@ -74,6 +75,22 @@ TEST_F(InspectorTest, ASliderDragCommitsOnceAtRelease) {
     slider->setSliderDown(false);
     EXPECT_NEAR(session.model().edits().zooms[0].scale, 3.5, 1e-9);
     EXPECT_EQ(undoSteps(session), before + 1);
+}
+
+TEST_F(InspectorTest, TheWheelOverAnUnfocusedControlScrollsInsteadOfEditing) {
+    EditorSession& session = openWithZoom();
+    InspectorPanel panel(session);
+    size_t before = undoSteps(session);
+    for (QWidget* control : std::initializer_list<QWidget*>{
+             named<QSlider>(panel, "Zoom scale"), named<QComboBox>(panel, "Canvas shape")}) {
+        QPointF centre(control->width() / 2.0, control->height() / 2.0);
+        QWheelEvent wheel(centre, control->mapToGlobal(centre), {}, {0, -120}, Qt::NoButton,
+                          Qt::NoModifier, Qt::NoScrollPhase, false);
+        QApplication::sendEvent(control, &wheel);
+    }
+    EXPECT_EQ(undoSteps(session), before);
+    EXPECT_DOUBLE_EQ(session.model().edits().zooms[0].scale, 2.0);
+    EXPECT_FALSE(session.model().edits().aspect.has_value());
 }
 
 TEST_F(InspectorTest, FollowingThePointerLocksTheFocusPoint) {
