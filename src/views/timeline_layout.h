@@ -43,7 +43,7 @@ struct TimelineItems {
 };
 
 struct TimelineLayout {
-    static constexpr double kLabelWidth = 96;
+    static constexpr double kLabelWidth = 110;
     static constexpr double kRightPadding = 14;  // keeps the end's trim handle off the edge
     static constexpr double kRowGap = 3;
     static constexpr double kEdgeSlop = 5;  // pixels either side of a block's edge

@@ -128,7 +128,8 @@ void drawLabels(Painting& s) {
     p.setFont(font);
     double length = s.session.model().edits().outputDuration();
     p.drawText(ruler, Qt::AlignVCenter | Qt::AlignLeft,
-               QString::fromStdString(clock(length, true)));
+               QCoreApplication::translate("Timeline", "Length %1")
+                   .arg(QString::fromStdString(clock(length, true))));
 }
 
 // Ticks at round finished-video times, placed where those moments lie in the recording: they
@@ -243,7 +244,8 @@ void drawSound(Painting& s) {
     }
     const SoundPeaks& peaks = strips->peaks();
     qreal mid = lane.center().y();
-    qreal half = lane.height() / 2 - 3;
+    // Quiet recordings are drawn as loud as the lane allows; near silence stays flat.
+    qreal half = (lane.height() / 2 - 3) / std::max(0.05f, peaks.loudest);
     qreal left = std::max(lane.left(), s.layout.x(0));
     qreal right = std::min(lane.right(), s.layout.x(s.layout.duration));
     // One column per device pixel keeps the outline crisp on HiDPI screens.
@@ -352,7 +354,8 @@ void drawMarkers(Painting& s) {
         shape.addRoundedRect(flag, kBlockRadius, kBlockRadius);
         shape.addRect(QRectF(x, flag.top(), kBlockRadius, flag.height()));
         shape = shape.simplified();
-        p.setPen(QPen(mix(s.colours.fill(kMarker, true), kMarker, 0.5), 1));
+        // No outline: against the pole one would read as a second line.
+        p.setPen(Qt::NoPen);
         p.setBrush(s.colours.fill(kMarker, strong));
         p.drawPath(shape);
         p.setPen(QPen(kMarker, 2));
@@ -465,9 +468,10 @@ void paintTimeline(QPainter& painter, const TimelineScene& scene, const QPalette
     painter.restore();
 
     if (scene.focused) {
-        painter.setPen(QPen(withAlpha(s.colours.accent, 0.8), 2));
+        painter.setPen(QPen(withAlpha(s.colours.accent, 0.7), 1.5));
         painter.setBrush(Qt::NoBrush);
-        painter.drawRoundedRect(QRectF(1, 1, layout.width - 2, layout.rowsHeight() - 2), 6, 6);
+        painter.drawRoundedRect(QRectF(0.75, 0.75, layout.width - 1.5, layout.rowsHeight() - 1.5),
+                                6, 6);
     }
 }
 

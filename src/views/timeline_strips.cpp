@@ -42,6 +42,7 @@ void SoundPeaks::add(const float* samples, size_t count, int sampleRate, size_t&
             low.resize(bucket + 1, samples[i]);
             high.resize(bucket + 1, samples[i]);
         }
+        loudest = std::max(loudest, std::abs(samples[i]));
         low[bucket] = std::min(low[bucket], samples[i]);
         high[bucket] = std::max(high[bucket], samples[i]);
     }

@@ -21,6 +21,7 @@ struct SoundPeaks {
     int bucketsPerSecond = 200;
     std::vector<float> low;
     std::vector<float> high;
+    float loudest = 0;  // the largest magnitude of any sample
 
     // Lowest and highest sample over recording seconds [t0, t1), at least the bucket holding t0;
     // {0, 0} outside the sound.

@@ -19,7 +19,7 @@ namespace {
 
 using What = TimelineHit::What;
 
-// 1000 track pixels over a 10 s recording: 100 pixels a second, time t at x = 96 + 100 t.
+// 1000 track pixels over a 10 s recording: 100 pixels a second.
 TimelineLayout tenSeconds() {
     TimelineLayout layout;
     layout.width = TimelineLayout::kLabelWidth + 1000 + TimelineLayout::kRightPadding;
@@ -154,7 +154,7 @@ TEST(TimelineScale, ZoomKeepsTheTimeUnderThePointerAndStaysBetweenFitAndFrames) 
     EXPECT_DOUBLE_EQ(scale, 400);
     layout.pixelsPerSecond = scale;
     layout.scroll = scroll;
-    EXPECT_NEAR(layout.time(96 + 600), 6, 1e-9);
+    EXPECT_NEAR(layout.time(TimelineLayout::kLabelWidth + 600), 6, 1e-9);
 
     EXPECT_EQ(zoomAround(tenSeconds(), 0.01, 500, 30).first, tenSeconds().fitScale());
     EXPECT_EQ(zoomAround(tenSeconds(), 0.01, 500, 30).second, 0);
@@ -191,6 +191,7 @@ TEST(TimelineSound, PeaksSpanTheBucketsOfARangeAndNothingOutside) {
     peaks.add(samples.data(), 100, 100, added);
     peaks.add(samples.data() + 100, 100, 100, added);
     EXPECT_EQ(peaks.low.size(), 20u);
+    EXPECT_EQ(peaks.loudest, 0.9f);
     EXPECT_EQ(peaks.range(0.1, 0.2), (std::pair<float, float>{0.1f, 0.9f}));
     EXPECT_EQ(peaks.range(0.0, 1.5), (std::pair<float, float>{-0.7f, 0.9f}));
     // Narrower than a bucket: the bucket holding it.
@@ -359,6 +360,19 @@ TEST_F(TimelineWidgetTest, CtrlWheelZoomsAroundThePointerAndThePlainWheelScrolls
     EXPECT_EQ(timeline->scrollTime(), 0);
 }
 
+TEST_F(TimelineWidgetTest, PlaybackPagesTheViewAlongWithThePlayhead) {
+    open();
+    timeline->zoomBy(1.4, timeline->layout().trackLeft());
+    ASSERT_EQ(timeline->scrollTime(), 0);
+    double right = timeline->layout().time(timeline->width());
+    session->setPlaying(true);
+    session->setPlayhead(right - 0.05, true);
+    EXPECT_GT(timeline->scrollTime(), 0);
+    auto layout = timeline->layout();
+    EXPECT_GT(layout.x(session->playhead()), layout.trackLeft());
+    EXPECT_LT(layout.x(session->playhead()), layout.trackLeft() + layout.trackWidth());
+}
+
 TEST_F(TimelineWidgetTest, AltArrowsNudgeTheSelectionAndPlainArrowsPassOn) {
     open();
     commitRecipe([](project::Edits& edits) { edits.zooms = {{1, 2, 2, 0.5, 0.5, std::nullopt}}; });
@@ -426,6 +440,9 @@ TEST_F(TimelineWidgetTest, PaintsEveryRowInLightAndDarkPalettes) {
         timeline->render(&sharp);
         sharp.save(QString("/tmp/timeline_%1@2x.png").arg(name));
     }
+    timeline->zoomBy(6, timeline->layout().x(5.6));
+    (void)QTest::qWaitFor([&] { return !timeline->strips()->framesPending(); }, 20000);
+    timeline->grab().save("/tmp/timeline_dark_zoomed.png");
 }
 
 }  // namespace
