@@ -41,17 +41,18 @@ CaptionsInspector::CaptionsInspector(EditorSession& session, QWidget* parent)
 
     auto* generateRow = new QHBoxLayout;
     generateRow->setSpacing(8);
-    m_language = new QLabel(this);
-    m_language->setForegroundRole(QPalette::PlaceholderText);
-    m_language->setWordWrap(true);
-    generateRow->addWidget(m_language, 1);
     m_generate = new QPushButton(QStringLiteral("Generate Captions"), this);
     m_generate->setAccessibleName(QStringLiteral("Generate captions"));
     m_generate->setAccessibleDescription(
         QStringLiteral("Transcribes the recording's speech on this computer. Replaces the "
                        "captions it has."));
     generateRow->addWidget(m_generate);
+    generateRow->addStretch(1);
     layout->addLayout(generateRow);
+    m_language = new QLabel(this);
+    m_language->setForegroundRole(QPalette::PlaceholderText);
+    m_language->setWordWrap(true);
+    layout->addWidget(m_language);
 
     m_progress = new ProgressRow(QStringLiteral("Transcription"), QStringLiteral("Stop"), this);
     layout->addWidget(m_progress);
@@ -76,7 +77,7 @@ CaptionsInspector::CaptionsInspector(EditorSession& session, QWidget* parent)
 
     const std::string locale = session.studio().captionLanguage();
     m_language->setText(
-        QStringLiteral("Language: %1")
+        QStringLiteral("Speech in %1, transcribed on this computer.")
             .arg(QString::fromStdString(captions::CaptionTranscriber::languageName(locale))));
     pollJob();
 }

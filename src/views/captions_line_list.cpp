@@ -22,14 +22,12 @@ CaptionLineList::CaptionLineList(EditorSession& session, QWidget* parent)
 
     m_model = new CaptionLineModel(this);
     m_model->setEditHandler([this](int row, const QString& text) { return saveText(row, text); });
-    m_table = new QTableView(this);
+    m_table = new RowTable(CaptionLineModel::Time, 8, this);
     m_table->setModel(m_model);
-    setUpRowTable(m_table, CaptionLineModel::Time);
     m_table->horizontalHeader()->setSectionResizeMode(CaptionLineModel::Time,
                                                       QHeaderView::ResizeToContents);
     m_table->setEditTriggers(QAbstractItemView::DoubleClicked | QAbstractItemView::EditKeyPressed |
                              QAbstractItemView::AnyKeyPressed);
-    m_table->setMinimumHeight(140);
     m_table->setAccessibleName(QStringLiteral("Caption lines"));
     m_table->setAccessibleDescription(
         QStringLiteral("Press F2 to edit a line's text, Delete to remove it."));

@@ -68,18 +68,51 @@ void onKeys(QWidget* widget, std::initializer_list<int> keys, std::function<void
     widget->installEventFilter(new KeyFilter(keys, std::move(run), widget));
 }
 
-void setUpRowTable(QTableView* table, int muted) {
-    table->setShowGrid(false);
-    table->horizontalHeader()->hide();
-    table->verticalHeader()->hide();
-    table->setSelectionBehavior(QAbstractItemView::SelectRows);
-    table->setSelectionMode(QAbstractItemView::SingleSelection);
-    table->setWordWrap(true);
-    table->setAlternatingRowColors(true);
-    table->horizontalHeader()->setStretchLastSection(true);
-    table->verticalHeader()->setSectionResizeMode(QHeaderView::ResizeToContents);
-    table->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
-    table->setItemDelegateForColumn(muted, new MutedColumnDelegate(muted, table));
+RowTable::RowTable(int muted, int maxRows, QWidget* parent)
+    : QTableView(parent), m_maxRows(maxRows) {
+    setShowGrid(false);
+    horizontalHeader()->hide();
+    verticalHeader()->hide();
+    setSelectionBehavior(QAbstractItemView::SelectRows);
+    setSelectionMode(QAbstractItemView::SingleSelection);
+    setWordWrap(true);
+    setAlternatingRowColors(true);
+    horizontalHeader()->setStretchLastSection(true);
+    verticalHeader()->setSectionResizeMode(QHeaderView::ResizeToContents);
+    setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Fixed);
+    setItemDelegateForColumn(muted, new MutedColumnDelegate(muted, this));
+}
+
+void RowTable::setModel(QAbstractItemModel* model) {
+    QTableView::setModel(model);
+    // Rows come and go and wrap differently when their text changes.
+    connect(model, &QAbstractItemModel::modelReset, this, [this] { updateGeometry(); });
+    connect(model, &QAbstractItemModel::layoutChanged, this, [this] { updateGeometry(); });
+    connect(model, &QAbstractItemModel::rowsInserted, this, [this] { updateGeometry(); });
+    connect(model, &QAbstractItemModel::rowsRemoved, this, [this] { updateGeometry(); });
+    connect(model, &QAbstractItemModel::dataChanged, this, [this] { updateGeometry(); });
+}
+
+QSize RowTable::sizeHint() const {
+    QSize size = QTableView::sizeHint();
+    const int rows = model() ? std::min(model()->rowCount(), m_maxRows) : 0;
+    int height = 2 * frameWidth();
+    for (int row = 0; row < rows; ++row) {
+        height += std::max(sizeHintForRow(row), verticalHeader()->minimumSectionSize());
+    }
+    size.setHeight(std::max(height, 2 * frameWidth() + verticalHeader()->defaultSectionSize()));
+    return size;
+}
+
+QSize RowTable::minimumSizeHint() const {
+    return {QTableView::minimumSizeHint().width(), sizeHint().height()};
+}
+
+void RowTable::resizeEvent(QResizeEvent* event) {
+    QTableView::resizeEvent(event);
+    // A new width wraps the text anew; only the height follows, so this settles.
+    updateGeometry();
 }
 
 ProgressRow::ProgressRow(const QString& what, const QString& stopText, QWidget* parent)

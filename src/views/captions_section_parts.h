@@ -7,12 +7,12 @@
 
 #include <QString>
 #include <QStyledItemDelegate>
+#include <QTableView>
 #include <QWidget>
 
 class QLabel;
 class QProgressBar;
 class QPushButton;
-class QTableView;
 
 namespace quillo::views {
 
@@ -40,9 +40,23 @@ private:
 // owned by `widget`.
 void onKeys(QWidget* widget, std::initializer_list<int> keys, std::function<void()> run);
 
-// Sets a table up as a plain list of rows: no grid or headers, whole rows selected one at a time,
-// the last column stretched, rows as high as their wrapped text, `muted` in the placeholder tone.
-void setUpRowTable(QTableView* table, int muted);
+// A table shown as a plain list of rows: no grid or headers, whole rows selected one at a time,
+// the last column stretched, rows as high as their wrapped text, column `muted` in the
+// placeholder tone. It asks for the height of its rows, up to `maxRows`, then scrolls.
+class RowTable : public QTableView {
+public:
+    RowTable(int muted, int maxRows, QWidget* parent = nullptr);
+
+    void setModel(QAbstractItemModel* model) override;
+    QSize sizeHint() const override;
+    QSize minimumSizeHint() const override;
+
+protected:
+    void resizeEvent(QResizeEvent* event) override;
+
+private:
+    int m_maxRows;
+};
 
 // The running state shared by the analysis sections (captions, dead time, sensitive info): a
 // status line, a progress bar (busy when the fraction is unknown) and a stop button, shown only

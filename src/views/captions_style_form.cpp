@@ -30,13 +30,13 @@ CaptionStyleForm::CaptionStyleForm(EditorSession& session, QWidget* parent)
     m_position->addItem(QStringLiteral("Bottom"), static_cast<int>(CaptionPosition::Bottom));
     m_position->addItem(QStringLiteral("Top"), static_cast<int>(CaptionPosition::Top));
     m_position->setAccessibleName(QStringLiteral("Caption position"));
-    form->addRow(QStringLiteral("&Position"), m_position);
+    form->addRow(QStringLiteral("Position"), m_position);
 
     m_background = new QComboBox(this);
     m_background->addItem(QStringLiteral("Pill"), static_cast<int>(CaptionBackground::Pill));
     m_background->addItem(QStringLiteral("None"), static_cast<int>(CaptionBackground::None));
     m_background->setAccessibleName(QStringLiteral("Caption background"));
-    form->addRow(QStringLiteral("&Background"), m_background);
+    form->addRow(QStringLiteral("Background"), m_background);
 
     m_size = new QDoubleSpinBox(this);
     m_size->setRange(0.5, 2.5);
@@ -46,14 +46,14 @@ CaptionStyleForm::CaptionStyleForm(EditorSession& session, QWidget* parent)
     // Typing commits once, on Enter or leaving the field, not on every digit.
     m_size->setKeyboardTracking(false);
     m_size->setAccessibleName(QStringLiteral("Caption size"));
-    form->addRow(QStringLiteral("&Size"), m_size);
+    form->addRow(QStringLiteral("Size"), m_size);
 
     m_lineLength = new QSpinBox(this);
     m_lineLength->setRange(12, 80);
     m_lineLength->setSuffix(QStringLiteral(" characters"));
     m_lineLength->setKeyboardTracking(false);
     m_lineLength->setAccessibleName(QStringLiteral("Caption line length"));
-    form->addRow(QStringLiteral("&Line length"), m_lineLength);
+    form->addRow(QStringLiteral("Line length"), m_lineLength);
 
     m_highlight = new QCheckBox(QStringLiteral("Highlight each word as it is spoken"), this);
     m_highlight->setAccessibleName(QStringLiteral("Highlight words"));

@@ -58,7 +58,7 @@ DeadTimeInspector::DeadTimeInspector(EditorSession& session, QWidget* parent)
     m_length =
         choices(DeadTimeOptions::kLengths, preferred.minimumLength, QStringLiteral(" s"), this);
     m_length->setAccessibleName(QStringLiteral("Shortest idle stretch"));
-    form->addRow(QStringLiteral("&Longer than"), m_length);
+    form->addRow(QStringLiteral("Longer than"), m_length);
     m_action = new QComboBox(this);
     for (auto action : {DeadTimeAction::Auto, DeadTimeAction::SpeedUp, DeadTimeAction::Cut}) {
         m_action->addItem(QString::fromUtf8(editor::deadTimeActionLabel(action)),
@@ -66,10 +66,10 @@ DeadTimeInspector::DeadTimeInspector(EditorSession& session, QWidget* parent)
     }
     m_action->setCurrentIndex(m_action->findData(static_cast<int>(preferred.action)));
     m_action->setAccessibleName(QStringLiteral("Dead time action"));
-    form->addRow(QStringLiteral("&Action"), m_action);
+    form->addRow(QStringLiteral("Action"), m_action);
     m_speed = choices(DeadTimeOptions::kSpeeds, preferred.speed, QStringLiteral("×"), this);
     m_speed->setAccessibleName(QStringLiteral("Dead time speed"));
-    form->addRow(QStringLiteral("S&peed"), m_speed);
+    form->addRow(QStringLiteral("Speed"), m_speed);
     layout->addLayout(form);
 
     m_rule = new QLabel(this);
@@ -78,10 +78,10 @@ DeadTimeInspector::DeadTimeInspector(EditorSession& session, QWidget* parent)
     layout->addWidget(m_rule);
 
     auto* findRow = new QHBoxLayout;
-    findRow->addStretch(1);
     m_find = new QPushButton(QStringLiteral("Find Dead Time"), this);
     m_find->setAccessibleName(QStringLiteral("Find dead time"));
     findRow->addWidget(m_find);
+    findRow->addStretch(1);
     layout->addLayout(findRow);
 
     m_progress =
@@ -96,15 +96,13 @@ DeadTimeInspector::DeadTimeInspector(EditorSession& session, QWidget* parent)
     m_found->setWordWrap(true);
     results->addWidget(m_found);
     m_model = new DeadTimeProposalModel(this);
-    m_table = new QTableView(m_results);
+    m_table = new RowTable(DeadTimeProposalModel::Length, 6, m_results);
     m_table->setModel(m_model);
-    setUpRowTable(m_table, DeadTimeProposalModel::Length);
     m_table->horizontalHeader()->setSectionResizeMode(DeadTimeProposalModel::Range,
                                                       QHeaderView::ResizeToContents);
     m_table->horizontalHeader()->setSectionResizeMode(DeadTimeProposalModel::Length,
                                                       QHeaderView::ResizeToContents);
     m_table->setEditTriggers(QAbstractItemView::NoEditTriggers);
-    m_table->setMinimumHeight(110);
     m_table->setAccessibleName(QStringLiteral("Dead time proposals"));
     results->addWidget(m_table);
     auto* buttons = new QHBoxLayout;

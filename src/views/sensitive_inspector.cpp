@@ -38,10 +38,10 @@ SensitiveInspector::SensitiveInspector(EditorSession& session, QWidget* parent)
     layout->addWidget(intro);
 
     auto* scanRow = new QHBoxLayout;
-    scanRow->addStretch(1);
     m_scan = new QPushButton(QStringLiteral("Scan for Sensitive Info"), this);
     m_scan->setAccessibleName(QStringLiteral("Scan for sensitive info"));
     scanRow->addWidget(m_scan);
+    scanRow->addStretch(1);
     layout->addLayout(scanRow);
 
     m_progress =
@@ -56,9 +56,8 @@ SensitiveInspector::SensitiveInspector(EditorSession& session, QWidget* parent)
     m_found->setWordWrap(true);
     results->addWidget(m_found);
     m_model = new SensitiveProposalModel(this);
-    m_table = new QTableView(m_results);
+    m_table = new RowTable(SensitiveProposalModel::Time, 6, m_results);
     m_table->setModel(m_model);
-    setUpRowTable(m_table, SensitiveProposalModel::Time);
     m_table->setEditTriggers(QAbstractItemView::NoEditTriggers);
     m_table->setMouseTracking(true);
     auto* header = m_table->horizontalHeader();
@@ -68,7 +67,6 @@ SensitiveInspector::SensitiveInspector(EditorSession& session, QWidget* parent)
     header->setSectionResizeMode(SensitiveProposalModel::Hide, QHeaderView::ResizeToContents);
     auto* hideButtons = new SensitiveHideDelegate(m_table);
     m_table->setItemDelegateForColumn(SensitiveProposalModel::Hide, hideButtons);
-    m_table->setMinimumHeight(110);
     m_table->setAccessibleName(QStringLiteral("Sensitive info found"));
     m_table->setAccessibleDescription(QStringLiteral("Press Enter to hide the selected item."));
     results->addWidget(m_table);

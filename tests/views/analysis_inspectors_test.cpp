@@ -410,5 +410,29 @@ TEST_F(AnalysisInspectors, SectionsRenderWithContentInLightAndDark) {
     QApplication::setPalette(light);
 }
 
+TEST(AnalysisProgressRow, RendersRunningAndFailedInLightAndDark) {
+    const QString folder = qEnvironmentVariable("QUILLO_VIEWS_SHOTS");
+    const QPalette light = QApplication::palette();
+    for (const auto& [name, palette] : {std::pair{QStringLiteral("light"), light},
+                                        std::pair{QStringLiteral("dark"), darkPalette()}}) {
+        QApplication::setPalette(palette);
+        ProgressRow row(QStringLiteral("Transcription"), QStringLiteral("Stop"));
+        row.setAutoFillBackground(true);
+        row.showProgress(QStringLiteral("Transcribing…"), 0.4);
+        row.setMessage(QStringLiteral("Captions aren't available in German (Germany) on this "
+                                      "computer."),
+                       true);
+        row.resize(320, row.sizeHint().height());
+        row.show();
+        QCoreApplication::processEvents();
+        EXPECT_TRUE(row.running());
+        QImage image = row.grab().toImage();
+        if (!folder.isEmpty()) {
+            image.save(folder + "/progress-" + name + ".png");
+        }
+    }
+    QApplication::setPalette(light);
+}
+
 }  // namespace
 }  // namespace quillo::views
