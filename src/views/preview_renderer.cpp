@@ -6,6 +6,13 @@ namespace quillo::views {
 
 namespace {
 
+constexpr const char* kUnreadable = "The recording could not be read.";
+
+AppError unreadable(const AppError& cause) {
+    return AppError(kUnreadable, cause.detail.empty() ? cause.message
+                                                      : cause.message + " (" + cause.detail + ")");
+}
+
 // Frames in flight at most: the playback queue, the one on screen and one being replaced.
 constexpr size_t kPoolSize = 8;
 
@@ -15,13 +22,13 @@ Result<void> PreviewRenderer::setRecipe(const PreviewRecipe& recipe) {
     auto plan = render::renderPlan(recipe.folder, recipe.edits, std::nullopt, recipe.size);
     if (!plan) {
         m_plan.reset();
-        return plan.error();
+        return unreadable(plan.error());
     }
     if (!m_reader || m_readerMovie != plan->movie) {
         auto reader = media::MovieReader::open(plan->movie);
         if (!reader) {
             m_plan.reset();
-            return reader.error();
+            return unreadable(reader.error());
         }
         m_reader = std::move(*reader);
         m_readerMovie = plan->movie;
@@ -56,7 +63,7 @@ Result<std::shared_ptr<PreviewFrame>> PreviewRenderer::render(double t) {
         return AppError("Nothing to show yet.");
     }
     if (auto read = m_reader->frame(t, {}, m_screen); !read) {
-        return read.error();
+        return unreadable(read.error());
     }
     std::shared_ptr<PreviewFrame> frame = freeFrame();
     const render::FrameRenderer& renderer = *m_plan->renderer;

@@ -214,16 +214,22 @@ void PreviewWidget::placeButton() {
                      static_cast<int>(shown.top()) + kButtonMargin);
 }
 
-void PreviewWidget::paintPlaceholder(QPainter& painter) {
-    const editor::EditorModel& model = m_session.model();
-    QString text = tr("Loading preview…");
-    if (model.loadError()) {
-        text = QString::fromStdString(*model.loadError());
-    } else if (!m_error.isEmpty()) {
-        text = m_error;
+std::optional<double> PreviewWidget::shownTime() const {
+    return m_frame ? std::optional(m_frame->time) : std::nullopt;
+}
+
+QString PreviewWidget::placeholderText() const {
+    if (const auto& error = m_session.model().loadError()) {
+        return QString::fromStdString(*error);
     }
-    QColor colour = palette().color(QPalette::PlaceholderText);
-    painter.setPen(colour);
+    if (!m_error.isEmpty()) {
+        return m_error;
+    }
+    return m_image.isNull() ? tr("Loading preview…") : QString();
+}
+
+void PreviewWidget::paintPlaceholder(QPainter& painter, const QString& text) {
+    painter.setPen(palette().color(QPalette::PlaceholderText));
     painter.drawText(rect().adjusted(16, 16, -16, -16), Qt::AlignCenter | Qt::TextWordWrap, text);
 }
 
@@ -232,16 +238,17 @@ void PreviewWidget::paintEvent(QPaintEvent*) {
     updateRecipe();
     QPainter painter(this);
     painter.fillRect(rect(), palette().color(QPalette::Window));
+    const QString text = placeholderText();
     if (m_image.isNull()) {
-        paintPlaceholder(painter);
+        paintPlaceholder(painter, text);
         return;
     }
     painter.setRenderHint(QPainter::SmoothPixmapTransform);
     const QRectF shown =
         previewImageRect(size(), QSize(m_image.width(), m_image.height()), devicePixelRatioF());
     painter.drawImage(shown, m_image);
-    if (!m_error.isEmpty()) {
-        paintPlaceholder(painter);
+    if (!text.isEmpty()) {
+        paintPlaceholder(painter, text);
     }
     if (m_dragStart) {
         QRectF band = QRectF(*m_dragStart, m_dragNow).normalized().intersected(shown);

@@ -29,6 +29,10 @@ public:
 
     // What is shown now (null while nothing has been rendered).
     QImage currentImage() const { return m_image; }
+    // The recording time of what is shown.
+    std::optional<double> shownTime() const;
+    // The text shown instead of (or over) the picture: loading, or why it cannot be shown.
+    QString placeholderText() const;
     // How the shown frame sits in the widget; none before the first frame.
     std::optional<PreviewPlacement> placement() const;
     // Playback figures of the engine.
@@ -50,7 +54,7 @@ private:
     void playbackEnded(double t);
     void setFocusAt(QPointF p);
     void placeButton();
-    void paintPlaceholder(QPainter& painter);
+    void paintPlaceholder(QPainter& painter, const QString& text);
 
     EditorSession& m_session;
     std::unique_ptr<PreviewPlayer> m_player;
