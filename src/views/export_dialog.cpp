@@ -193,7 +193,8 @@ void ExportDialog::buildChoices(QWidget* page) {
     for (const auto& [size, raw] : EnumTable<ExportSize>::cases) {
         m_size->addItem(text(raw), static_cast<int>(size));
     }
-    auto* custom = new QWidget(page);
+    m_customRow = new QWidget(page);
+    QWidget* custom = m_customRow;
     auto* customLayout = new QHBoxLayout(custom);
     customLayout->setContentsMargins(0, 0, 0, 0);
     customLayout->addWidget(m_format);
@@ -262,9 +263,9 @@ void ExportDialog::updateChoices() {
     ExportPreset chosen = preset();
     bool custom = chosen == ExportPreset::Custom;
     bool gif = static_cast<ExportFormat>(m_format->currentData().toInt()) == ExportFormat::GIF;
-    m_format->setEnabled(custom);
+    m_customRow->setEnabled(custom);
     // GIFs are always held to 960 px.
-    m_size->setEnabled(custom && !gif);
+    m_size->setEnabled(!gif);
     m_framingRow->setEnabled(render::offersReframe(chosen));
     m_framingRow->setToolTip(render::offersReframe(chosen)
                                  ? QString()

@@ -61,6 +61,7 @@ private:
 
     QWidget* m_choices = nullptr;
     QButtonGroup* m_presets = nullptr;
+    QWidget* m_customRow = nullptr;
     QComboBox* m_format = nullptr;
     QComboBox* m_size = nullptr;
     QWidget* m_framingRow = nullptr;

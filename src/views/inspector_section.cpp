@@ -40,7 +40,9 @@ InspectorSection::InspectorSection(const QString& key, const QString& title, boo
 
     auto* rule = new QFrame(this);
     rule->setFrameShape(QFrame::HLine);
-    rule->setFrameShadow(QFrame::Sunken);
+    // A hairline in the palette's mid tone: a sunken line glares in dark themes.
+    rule->setFrameShadow(QFrame::Plain);
+    rule->setForegroundRole(QPalette::Mid);
 
     m_body = new QWidget(this);
     m_bodyLayout = new QVBoxLayout(m_body);
