@@ -149,6 +149,8 @@ ProgressRow::ProgressRow(const QString& what, const QString& stopText, QWidget* 
     m_message->setAccessibleName(what + QStringLiteral(" message"));
     layout->addWidget(m_message);
     m_message->hide();
+    // Nothing to show: the row takes no room (nor the spacing around it) in the section.
+    hide();
 }
 
 void ProgressRow::showProgress(const QString& status, std::optional<double> fraction) {
@@ -160,9 +162,13 @@ void ProgressRow::showProgress(const QString& status, std::optional<double> frac
         m_bar->setRange(0, 0);
     }
     m_busy->show();
+    show();
 }
 
-void ProgressRow::hideProgress() { m_busy->hide(); }
+void ProgressRow::hideProgress() {
+    m_busy->hide();
+    setVisible(!m_message->isHidden());
+}
 
 bool ProgressRow::running() const { return !m_busy->isHidden(); }
 
@@ -177,6 +183,7 @@ void ProgressRow::setMessage(const QString& text, bool error) {
     }
     m_message->setPalette(palette);
     m_message->setVisible(!text.isEmpty());
+    setVisible(!text.isEmpty() || !m_busy->isHidden());
 }
 
 QString ProgressRow::message() const { return m_message->text(); }

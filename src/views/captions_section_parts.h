@@ -60,7 +60,8 @@ private:
 
 // The running state shared by the analysis sections (captions, dead time, sensitive info): a
 // status line, a progress bar (busy when the fraction is unknown) and a stop button, shown only
-// while work runs; below it a message line for results and errors, which stays. GUI thread only.
+// while work runs; below it a message line for results and errors, which stays. The row hides
+// itself while it has neither. GUI thread only.
 class ProgressRow : public QWidget {
     Q_OBJECT
 
