@@ -39,7 +39,11 @@ struct TimelineItems {
     double trimStart = 0;
     double trimEnd = 0;
 
+    // The blocks of `row`; none for the ruler, filmstrip and sound.
     const std::vector<TimeSpan>* row(TimelineRow row) const;
+    std::vector<TimeSpan>* row(TimelineRow which) {
+        return const_cast<std::vector<TimeSpan>*>(std::as_const(*this).row(which));
+    }
 };
 
 struct TimelineLayout {

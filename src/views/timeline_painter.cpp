@@ -165,6 +165,12 @@ void drawRuler(Painting& s) {
     p.setFont(font);
     QFontMetricsF metrics(font);
     qreal lastLabelEnd = -1e9;
+    // Labels the playhead's pill would cover are left out rather than cut in half.
+    qreal playX = s.layout.x(s.scene.playhead);
+    qreal pillHalf = metrics.horizontalAdvance(
+                         QString::fromStdString(clock(edits.outputTime(s.scene.playhead), true))) *
+                         0.55 +
+                     10;
     for (auto k = static_cast<int64_t>(std::floor(from / minor));; ++k) {
         double out = k * minor;
         if (out > to + 1e-9) {
@@ -182,7 +188,8 @@ void drawRuler(Painting& s) {
         }
         QString label = QString::fromStdString(clock(out + 1e-6, precise));
         qreal width = metrics.horizontalAdvance(label);
-        if (x + 3 < lastLabelEnd + 8 || x + 3 + width > ruler.right()) {
+        bool underPill = x + 3 < playX + pillHalf && x + 3 + width > playX - pillHalf;
+        if (x + 3 < lastLabelEnd + 8 || x + 3 + width > ruler.right() || underPill) {
             continue;
         }
         p.drawText(QPointF(x + 3, ruler.top() + 4 + metrics.ascent()), label);
@@ -269,6 +276,11 @@ void drawBlockText(Painting& s, const QRectF& rect, const QString& text, const Q
         return;
     }
     QRectF inside = rect.adjusted(7, 0, -5, 0);
+    // A block reaching in from the left keeps its text in view.
+    inside.setLeft(std::max(inside.left(), s.tracks.left() + 7));
+    if (inside.width() < 12) {
+        return;
+    }
     QFontMetricsF metrics(s.p.font());
     s.p.setPen(ink);
     s.p.drawText(inside, Qt::AlignVCenter | Qt::AlignLeft,

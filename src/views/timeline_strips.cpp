@@ -84,13 +84,13 @@ void TimelineStrips::requestFrames(const std::vector<double>& times, int height)
     }
     m_framesCancel.cancel();
     m_framesCancel = CancelToken();
-    m_pendingFrames = static_cast<int>(wanted.size());
+    m_framesBusy = !wanted.empty();
     if (wanted.empty()) {
         return;
     }
     QPointer<TimelineStrips> self(this);
     m_frameQueue.post([self, worker = m_worker, cancel = m_framesCancel, movie = m_movie,
-                       wanted = std::move(wanted), height] {
+                       wanted = std::move(wanted), height, generation = ++m_generation] {
         if (!worker->reader && !worker->failed) {
             auto opened = media::MovieReader::open(movie, media::DecodeMode::Fast);
             if (opened) {
@@ -102,7 +102,7 @@ void TimelineStrips::requestFrames(const std::vector<double>& times, int height)
         }
         for (double t : wanted) {
             if (cancel.isCancelled() || !worker->reader) {
-                return;
+                break;
             }
             auto frame = worker->reader->frame(t, {0, height, media::PixelFormat::BGRA});
             if (!frame) {
@@ -116,6 +116,11 @@ void TimelineStrips::requestFrames(const std::vector<double>& times, int height)
                 }
             });
         }
+        MainQueue::shared().post([self, generation] {
+            if (self && self->m_generation == generation) {
+                self->m_framesBusy = false;
+            }
+        });
     });
 }
 
@@ -123,7 +128,6 @@ void TimelineStrips::deliverFrame(int height, double t, QImage image) {
     if (height != m_height) {
         return;
     }
-    m_pendingFrames = std::max(0, m_pendingFrames - 1);
     if (m_pictures.size() >= kMaxPictures) {
         // Drop the picture farthest from the new one: the view has moved on from it.
         auto far = std::max_element(m_pictures.begin(), m_pictures.end(),

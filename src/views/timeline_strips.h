@@ -49,7 +49,7 @@ public:
     void requestFrames(const std::vector<double>& times, int height);
     // The picture made nearest to t at the current height; `exact` tells whether it is t's own.
     QImage frame(double t, bool* exact = nullptr) const;
-    bool framesPending() const { return m_pendingFrames > 0; }
+    bool framesPending() const { return m_framesBusy; }
 
     // Reads the sound once (later calls do nothing).
     void requestSound();
@@ -71,7 +71,8 @@ private:
     const double m_duration;
     int m_height = 0;
     std::map<int64_t, QImage> m_pictures;  // by milliseconds, at m_height
-    int m_pendingFrames = 0;
+    bool m_framesBusy = false;
+    int m_generation = 0;  // of the latest request for pictures
     CancelToken m_framesCancel;
     CancelToken m_soundCancel;
     bool m_soundRequested = false;

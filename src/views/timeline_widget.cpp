@@ -93,8 +93,7 @@ TimelineItems TimelineWidget::items() const {
     TimelineItems items = timelineItems(m_session, QFontMetricsF(font));
     // A block being dragged shows where the pointer takes it, not where it is stored.
     if (m_drag.mode == DragMode::Block) {
-        if (auto* spans = const_cast<std::vector<TimeSpan>*>(items.row(m_drag.row));
-            spans && m_drag.index < spans->size()) {
+        if (auto* spans = items.row(m_drag.row); spans && m_drag.index < spans->size()) {
             (*spans)[m_drag.index] = m_drag.current;
         }
     } else if (m_drag.mode == DragMode::Trim) {
@@ -173,6 +172,10 @@ void TimelineWidget::requestFrames() {
         times.push_back(tile.time);
     }
     m_strips->requestFrames(times, static_cast<int>(std::ceil(height * devicePixelRatioF())));
+}
+
+bool TimelineWidget::filmstripSettled() const {
+    return !m_framesTimer.isActive() && (!m_strips || !m_strips->framesPending());
 }
 
 void TimelineWidget::playheadMoved(double t) {

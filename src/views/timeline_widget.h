@@ -38,6 +38,8 @@ public:
     void zoomBy(double factor, double anchorX);
     void zoomToFit();
     const TimelineStrips* strips() const { return m_strips; }
+    // No filmstrip pictures are asked for or on their way.
+    bool filmstripSettled() const;
 
     QSize sizeHint() const override;
     QSize minimumSizeHint() const override;

@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include "agent/demo_markers.h"
+#include "views/timeline_items.h"
 #include "views/timeline_strips.h"
 #include "views/timeline_widget.h"
 #include "views_fixture.h"
@@ -373,6 +374,20 @@ TEST_F(TimelineWidgetTest, PlaybackPagesTheViewAlongWithThePlayhead) {
     EXPECT_LT(layout.x(session->playhead()), layout.trackLeft() + layout.trackWidth());
 }
 
+TEST_F(TimelineWidgetTest, ToolTipsGiveFinishedVideoTimes) {
+    open();
+    commitRecipe([](project::Edits& edits) {
+        edits.segments = std::vector<project::TimeSegment>{{1, 2, 0}};
+        edits.zooms = {{2.5, 3.5, 2, 0.5, 0.5, std::nullopt}};
+    });
+    // The cut removes a second before the zoom.
+    EXPECT_EQ(itemToolTip(*session, TimelineRow::Zooms, 0).toStdString(),
+              "Zoom · 0:01.5 – 0:02.5 · 2×");
+    EXPECT_EQ(itemToolTip(*session, TimelineRow::Segments, 0).toStdString(),
+              "Cut · 0:01.0 · 0:01.0 removed");
+    EXPECT_EQ(itemLabel(*session, TimelineRow::Segments, 0).toStdString(), "Cut");
+}
+
 TEST_F(TimelineWidgetTest, AltArrowsNudgeTheSelectionAndPlainArrowsPassOn) {
     open();
     commitRecipe([](project::Edits& edits) { edits.zooms = {{1, 2, 2, 0.5, 0.5, std::nullopt}}; });
@@ -414,8 +429,7 @@ TEST_F(TimelineWidgetTest, PaintsEveryRowInLightAndDarkPalettes) {
     session->setPlayhead(5.6);
     // Wait for the strips to arrive so the pictures show them (no assertion on how long).
     (void)QTest::qWaitFor(
-        [&] { return timeline->strips()->soundReady() && !timeline->strips()->framesPending(); },
-        20000);
+        [&] { return timeline->strips()->soundReady() && timeline->filmstripSettled(); }, 20000);
     ASSERT_FALSE(timeline->strips()->frame(1).isNull());
 
     QPalette light(QColor(246, 246, 248));
@@ -441,7 +455,7 @@ TEST_F(TimelineWidgetTest, PaintsEveryRowInLightAndDarkPalettes) {
         sharp.save(QString("/tmp/timeline_%1@2x.png").arg(name));
     }
     timeline->zoomBy(6, timeline->layout().x(5.6));
-    (void)QTest::qWaitFor([&] { return !timeline->strips()->framesPending(); }, 20000);
+    (void)QTest::qWaitFor([&] { return timeline->filmstripSettled(); }, 20000);
     timeline->grab().save("/tmp/timeline_dark_zoomed.png");
 }
 
