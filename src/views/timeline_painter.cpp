@@ -365,6 +365,7 @@ void drawMarkers(Painting& s) {
         // A flag: square against its pole, rounded on the free side.
         shape.addRoundedRect(flag, kBlockRadius, kBlockRadius);
         shape.addRect(QRectF(x, flag.top(), kBlockRadius, flag.height()));
+        shape.setFillRule(Qt::WindingFill);  // the union, not the parts apart from the overlap
         shape = shape.simplified();
         // No outline: against the pole one would read as a second line.
         p.setPen(Qt::NoPen);
