@@ -136,7 +136,7 @@ ProgressRow::ProgressRow(const QString& what, const QString& stopText, QWidget* 
     m_bar->setAccessibleName(what + QStringLiteral(" progress"));
     barRow->addWidget(m_bar, 1);
     m_stop = new QPushButton(stopText, m_busy);
-    m_stop->setAccessibleName(stopText + QLatin1Char(' ') + what);
+    m_stop->setAccessibleName(stopText + QLatin1Char(' ') + what.toLower());
     connect(m_stop, &QPushButton::clicked, this, &ProgressRow::stopRequested);
     barRow->addWidget(m_stop);
     busy->addLayout(barRow);

@@ -157,6 +157,26 @@ TEST_F(AnalysisInspectors, ChoosingALineMovesThePlayheadAndDeleteRemovesIt) {
     EXPECT_EQ(table->model()->rowCount(), 2);
 }
 
+TEST_F(AnalysisInspectors, ARefusedSaveShowsTheModelsMessageAndKeepsTheFile) {
+    EditorSession& session = openSession();
+    // Written by hand with overlapping lines: the file reads, but no edit of it saves.
+    CaptionTrack overlapping = threeLines();
+    overlapping.segments[1].start = 0.5;
+    ASSERT_TRUE(overlapping.save(folder(session)));
+    session.reloadSideFiles();
+    ASSERT_TRUE(session.captions());
+    CaptionsInspector inspector(session);
+    QAbstractItemModel* lines = inspector.lines()->table()->model();
+
+    EXPECT_FALSE(lines->setData(lines->index(0, 1), QStringLiteral("changed")));
+    auto saved = CaptionTrack::load(folder(session));
+    ASSERT_TRUE(saved);
+    EXPECT_EQ(*saved, overlapping);
+    auto* message = named<QLabel>(inspector, "Transcription message");
+    EXPECT_EQ(message->text().toStdString(), overlapping.validate(4).error().message);
+    EXPECT_EQ(lines->data(lines->index(0, 1)).toString(), "first line");
+}
+
 TEST_F(AnalysisInspectors, LinesFollowCaptionsWrittenElsewhere) {
     EditorSession& session = openSession();
     CaptionsInspector inspector(session);
@@ -282,6 +302,31 @@ TEST_F(AnalysisInspectors, FindProposesAStillStretchAndApplyCutsItInOneStep) {
     EXPECT_NEAR(session.model().edits().outputDuration(), before, 1e-6);
 }
 
+TEST_F(AnalysisInspectors, OptionsComeFromPreferencesAndRelistWithoutAnotherAnalysis) {
+    ASSERT_TRUE(preferences->set(app::prefs::deadTimeMinimum, 2.0));
+    ASSERT_TRUE(preferences->set(app::prefs::deadTimeSpeed, 6.0));
+    EditorSession& session = openMade(kStillThenMotion, 5);
+    DeadTimeInspector inspector(session);
+    EXPECT_EQ(inspector.options().minimumLength, 2.0);
+    EXPECT_EQ(inspector.options().speed, 6.0);
+
+    named<QPushButton>(inspector, "Find dead time")->click();
+    ASSERT_TRUE(waitFor([&] { return !inspector.proposals().empty(); }));
+    auto* action = named<QComboBox>(inspector, "Dead time action");
+    action->setCurrentIndex(action->findText("Speed up"));
+    ASSERT_FALSE(inspector.proposals().empty());
+    EXPECT_EQ(inspector.proposals().front().speed, 6.0);
+    action->setCurrentIndex(action->findText("Cut"));
+    EXPECT_EQ(inspector.proposals().front().speed, 0);
+    EXPECT_FALSE(named<QComboBox>(inspector, "Dead time speed")->isEnabled());
+
+    // A new trim makes the analysis stale: the list goes rather than show wrong times.
+    project::Edits trimmed = session.model().edits();
+    trimmed.trimEnd = 4;
+    ASSERT_TRUE(session.model().commit(trimmed));
+    EXPECT_TRUE(inspector.proposals().empty());
+}
+
 TEST_F(AnalysisInspectors, DismissLeavesTheRecipeAlone) {
     EditorSession& session = openSession(2);
     DeadTimeInspector inspector(session);
@@ -344,6 +389,22 @@ TEST_F(AnalysisInspectors, DismissDropsProposalsWithoutAnEdit) {
     EXPECT_TRUE(session.redactions().proposals().empty());
     EXPECT_TRUE(session.model().edits().redactionList().empty());
     EXPECT_EQ(inspector.table()->model()->rowCount(), 0);
+}
+
+TEST_F(AnalysisInspectors, CancellingAScanLeavesTheProposalsAndTheNextScanRuns) {
+    EditorSession& session = openSession(1);
+    session.redactions().setProposals(threeFindings());
+    SensitiveInspector inspector(session);
+    auto* scan = named<QPushButton>(inspector, "Scan for sensitive info");
+    scan->click();
+    named<QPushButton>(inspector, "Cancel sensitive info scan")->click();
+    EXPECT_FALSE(session.redactions().scanning());
+    EXPECT_TRUE(scan->isEnabled());
+    EXPECT_EQ(session.redactions().proposals().size(), 3u);
+
+    scan->click();
+    ASSERT_TRUE(waitFor([&] { return scan->isEnabled(); }));
+    EXPECT_TRUE(session.redactions().proposals().empty());
 }
 
 TEST_F(AnalysisInspectors, AScanOfAPlainPictureSaysNothingWasFound) {
