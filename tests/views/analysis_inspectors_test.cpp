@@ -433,6 +433,9 @@ QPalette darkPalette() {
     dark.setColor(QPalette::ButtonText, QColor(0xed, 0xed, 0xef));
     dark.setColor(QPalette::Highlight, QColor(0x35, 0x84, 0xe4));
     dark.setColor(QPalette::HighlightedText, Qt::white);
+    for (auto role : {QPalette::WindowText, QPalette::Text, QPalette::ButtonText}) {
+        dark.setColor(QPalette::Disabled, role, QColor(0x6e, 0x6e, 0x75));
+    }
     return dark;
 }
 
