@@ -318,6 +318,35 @@ TEST_F(TimelineWidgetTest, CaptionsAndMarkersAreMovedInTheirFiles) {
     EXPECT_EQ(session->selection(), (EditorSession::Selection{EditorSession::Kind::Marker, 1}));
 }
 
+TEST_F(TimelineWidgetTest, AMovedCaptionTakesItsWordsAlongAndAStretchedOneRespreadsThem) {
+    open();
+    captions::CaptionTrack track;
+    std::vector<captions::CaptionWord> words = {{"Hello", 1.0, 1.4}, {"there", 1.5, 1.9}};
+    track.segments = {{1, 2, "Hello there", words}};
+    ASSERT_TRUE(session->saveCaptions(track));
+
+    drag(TimelineRow::Captions, 1.5, 2.5);
+    const auto& moved = session->captions()->segments[0];
+    EXPECT_NEAR(moved.start, 2, 0.01);
+    ASSERT_TRUE(moved.words);
+    EXPECT_NEAR((*moved.words)[1].start - moved.start, 0.5, 1e-9);
+
+    drag(TimelineRow::Captions, 3.0, 3.5, -2);  // the end edge
+    const auto& stretched = session->captions()->segments[0];
+    EXPECT_NEAR(stretched.end, 3.5, 0.01);
+    EXPECT_FALSE(stretched.words);
+    EXPECT_EQ(stretched.text, "Hello there");
+}
+
+TEST_F(TimelineWidgetTest, ClickingAnEmptyLaneDeselectsAndMovesThePlayhead) {
+    open();
+    commitRecipe([](project::Edits& edits) { edits.zooms = {{1, 2, 2, 0.5, 0.5, std::nullopt}}; });
+    session->select({EditorSession::Kind::Zoom, 0});
+    QTest::mouseClick(timeline.get(), Qt::LeftButton, {}, point(TimelineRow::Zooms, 3));
+    EXPECT_EQ(session->selection().kind, EditorSession::Kind::None);
+    EXPECT_NEAR(session->model().currentTime(), 3, 0.01);
+}
+
 TEST_F(TimelineWidgetTest, DraggingTheEndHandleTrimsOnce) {
     open();
     size_t undo = session->model().undoStack().size();
@@ -325,6 +354,10 @@ TEST_F(TimelineWidgetTest, DraggingTheEndHandleTrimsOnce) {
     EXPECT_NEAR(session->model().edits().trimEnd, 3.0, 0.01);
     EXPECT_EQ(session->model().edits().trimStart, 0);
     EXPECT_EQ(session->model().undoStack().size(), undo + 1);
+    // The start handle cannot pass the end.
+    drag(TimelineRow::Sound, 0.0, 3.8, 2);
+    EXPECT_NEAR(session->model().edits().trimStart, session->model().edits().trimEnd - 0.1, 1e-9);
+    EXPECT_EQ(session->model().undoStack().size(), undo + 2);
 }
 
 TEST_F(TimelineWidgetTest, ScrubbingOnTheRulerMovesTheModelsTime) {
