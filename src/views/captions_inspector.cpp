@@ -12,7 +12,7 @@
 #include "captions/caption_texts.h"
 #include "captions/caption_transcriber.h"
 #include "captions_line_list.h"
-#include "captions_section_parts.h"
+#include "analysis_parts.h"
 #include "captions_style_form.h"
 
 namespace quillo::views {

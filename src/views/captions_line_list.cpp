@@ -10,7 +10,7 @@
 #include <QVBoxLayout>
 
 #include "captions_line_model.h"
-#include "captions_section_parts.h"
+#include "analysis_parts.h"
 
 namespace quillo::views {
 

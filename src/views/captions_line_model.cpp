@@ -1,6 +1,6 @@
 #include "captions_line_model.h"
 
-#include "captions_section_parts.h"
+#include "analysis_parts.h"
 
 namespace quillo::views {
 

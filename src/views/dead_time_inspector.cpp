@@ -12,7 +12,7 @@
 #include <QVBoxLayout>
 
 #include "base/serial_queue.h"
-#include "captions_section_parts.h"
+#include "analysis_parts.h"
 #include "dead_time_proposal_model.h"
 #include "editor/dead_time_remover.h"
 

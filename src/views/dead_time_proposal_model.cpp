@@ -1,6 +1,6 @@
 #include "dead_time_proposal_model.h"
 
-#include "captions_section_parts.h"
+#include "analysis_parts.h"
 #include "editor/dead_time_options.h"
 
 namespace quillo::views {

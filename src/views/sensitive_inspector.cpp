@@ -10,7 +10,7 @@
 #include <QVBoxLayout>
 
 #include "base/serial_queue.h"
-#include "captions_section_parts.h"
+#include "analysis_parts.h"
 #include "redaction/sensitive_scanner.h"
 #include "sensitive_proposal_model.h"
 

@@ -9,7 +9,7 @@
 #include <QStyle>
 #include <QStyleOption>
 
-#include "captions_section_parts.h"
+#include "analysis_parts.h"
 
 namespace quillo::views {
 

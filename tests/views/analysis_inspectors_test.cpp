@@ -20,7 +20,7 @@
 #include "support/movies.h"
 #include "views/captions_inspector.h"
 #include "views/captions_line_list.h"
-#include "views/captions_section_parts.h"
+#include "views/analysis_parts.h"
 #include "views/dead_time_inspector.h"
 #include "views/sensitive_inspector.h"
 #include "views_fixture.h"

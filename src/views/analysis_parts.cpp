@@ -1,4 +1,4 @@
-#include "captions_section_parts.h"
+#include "analysis_parts.h"
 
 #include <algorithm>
 #include <cmath>
