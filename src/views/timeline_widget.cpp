@@ -24,6 +24,8 @@ constexpr double kDragThreshold = 3;  // pixels before a press on a block become
 constexpr double kFollowMargin = 40;  // pixels the playhead keeps from the right edge
 constexpr double kWheelStep = 60;     // pixels scrolled per wheel notch
 constexpr double kKeyZoom = 1.5;
+constexpr double kEdgeZone = 16;   // pixels at the view's ends where a drag scrolls
+constexpr int kEdgeInterval = 30;  // ms between scroll steps of a drag at an end
 
 }  // namespace
 
@@ -48,6 +50,8 @@ TimelineWidget::TimelineWidget(EditorSession& session, QWidget* parent)
     m_framesTimer.setSingleShot(true);
     m_framesTimer.setInterval(kFramesDelay);
     connect(&m_framesTimer, &QTimer::timeout, this, [this] { requestFrames(); });
+    m_edgeTimer.setInterval(kEdgeInterval);
+    connect(&m_edgeTimer, &QTimer::timeout, this, [this] { edgeScroll(); });
 
     auto refresh = [this] {
         ensureStrips();
@@ -279,33 +283,66 @@ void TimelineWidget::mousePressEvent(QMouseEvent* event) {
 
 void TimelineWidget::mouseMoveEvent(QMouseEvent* event) {
     QPointF point = event->position();
+    if (m_drag.mode == DragMode::None) {
+        updateHover(point);
+        return;
+    }
+    m_pointerX = point.x();
+    dragTo(point.x());
+    // Near either end of a zoomed-in view the drag scrolls it along.
+    TimelineLayout now = layout();
+    bool nearEdge = point.x() < now.trackLeft() + kEdgeZone ||
+                    point.x() > now.trackLeft() + now.trackWidth() - kEdgeZone;
+    if (nearEdge && now.maxScroll() > 0 && m_drag.mode != DragMode::Pending) {
+        m_edgeTimer.start();
+    } else {
+        m_edgeTimer.stop();
+    }
+    event->accept();
+}
+
+void TimelineWidget::dragTo(double x) {
     switch (m_drag.mode) {
         case DragMode::None:
-            updateHover(point);
             return;
         case DragMode::Pending:
-            if (std::abs(point.x() - m_drag.pressX) < kDragThreshold) {
+            if (std::abs(x - m_drag.pressX) < kDragThreshold) {
                 return;
             }
             m_drag.mode = DragMode::Block;
             [[fallthrough]];
         case DragMode::Block:
-            updateBlockDrag(point.x());
+            updateBlockDrag(x);
             break;
         case DragMode::Trim: {
             const project::Edits& edits = m_session.model().edits();
             auto [from, to] = dragTrim(edits.trimStart, edits.trimEnd, m_drag.trimStart,
-                                       layout().time(point.x()), m_session.model().duration());
+                                       layout().time(x), m_session.model().duration());
             m_drag.trimFrom = from;
             m_drag.trimTo = to;
             break;
         }
         case DragMode::Scrub:
-            scrubTo(layout().time(point.x()));
+            scrubTo(layout().time(x));
             break;
     }
-    event->accept();
     update();
+}
+
+void TimelineWidget::edgeScroll() {
+    TimelineLayout now = layout();
+    double right = now.trackLeft() + now.trackWidth();
+    double beyond = m_pointerX < now.trackLeft() + kEdgeZone
+                        ? m_pointerX - (now.trackLeft() + kEdgeZone)
+                        : std::max(0.0, m_pointerX - (right - kEdgeZone));
+    if (m_drag.mode == DragMode::None || beyond == 0) {
+        m_edgeTimer.stop();
+        return;
+    }
+    // Faster the further past the edge the pointer is.
+    double pixels = std::clamp(beyond / 2, -40.0, 40.0);
+    setView(m_pixelsPerSecond, m_scroll + pixels / m_pixelsPerSecond);
+    dragTo(m_pointerX);
 }
 
 void TimelineWidget::mouseReleaseEvent(QMouseEvent* event) {
@@ -337,6 +374,7 @@ void TimelineWidget::updateBlockDrag(double x) {
 }
 
 void TimelineWidget::finishDrag() {
+    m_edgeTimer.stop();
     Drag drag = m_drag;
     m_drag = {};
     switch (drag.mode) {
@@ -373,6 +411,7 @@ void TimelineWidget::cancelDrag() {
         m_session.redactions().select(m_drag.index);  // drops the pending change
     }
     m_scrubTimer.stop();
+    m_edgeTimer.stop();
     m_pendingScrub.reset();
     m_drag = {};
     update();

@@ -82,6 +82,8 @@ private:
     void playheadMoved(double t);
     void scrubTo(double t);
     void flushScrub();
+    void dragTo(double x);
+    void edgeScroll();
     void updateBlockDrag(double x);
     void finishDrag();
     void cancelDrag();
@@ -101,6 +103,8 @@ private:
     std::optional<double> m_pendingScrub;
     QTimer m_scrubTimer;
     QTimer m_framesTimer;
+    QTimer m_edgeTimer;
+    double m_pointerX = 0;  // of the last move during a drag
 };
 
 }  // namespace quillo::views
