@@ -157,6 +157,16 @@ void EditorSession::select(Selection selection) {
     }
 }
 
+bool EditorSession::addRedaction(const Rect& area) {
+    if (!m_redactions.add(area)) {
+        return false;
+    }
+    if (auto added = m_redactions.selected()) {
+        select({Kind::Redaction, *added});
+    }
+    return true;
+}
+
 bool EditorSession::removeSelection() {
     Selection selected = m_selection;
     switch (selected.kind) {

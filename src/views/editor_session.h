@@ -68,6 +68,8 @@ public:
     // --- selection over every row of the timeline
     Selection selection() const { return m_selection; }
     void select(Selection selection);
+    // Hides a unit rectangle of the recording from the playhead on (one edit) and selects it.
+    bool addRedaction(const Rect& area);
     // Removes what is selected (zoom, segment, redaction, caption line or marker).
     bool removeSelection();
 

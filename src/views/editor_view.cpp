@@ -116,6 +116,12 @@ EditorView::EditorView(app::StudioModel& studio, editor::EditorModel& model, QWi
     refresh();
 }
 
+EditorView::~EditorView() {
+    // The views use the session until they are gone, so they go first (Qt would delete the
+    // session first: it was made first).
+    qDeleteAll(findChildren<QWidget*>(Qt::FindDirectChildrenOnly));
+}
+
 void EditorView::refresh() {
     const auto& model = m_session->model();
     QString text;

@@ -20,6 +20,7 @@ class EditorView : public QWidget {
 
 public:
     EditorView(app::StudioModel& studio, editor::EditorModel& model, QWidget* parent = nullptr);
+    ~EditorView() override;
 
     EditorSession& session() { return *m_session; }
     PreviewWidget& preview() { return *m_preview; }

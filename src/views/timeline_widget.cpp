@@ -55,6 +55,7 @@ TimelineWidget::TimelineWidget(EditorSession& session, QWidget* parent)
 
     auto refresh = [this] {
         ensureStrips();
+        describeSelection();
         update();
     };
     connect(&m_session, &EditorSession::recipeChanged, this, refresh);
@@ -562,11 +563,31 @@ bool TimelineWidget::event(QEvent* event) {
 }
 
 void TimelineWidget::describeSelection() {
+    // What the rows hold, then the selection: what a screen reader (and a test) hears.
+    const auto& edits = m_session.model().edits();
+    size_t cuts = 0;
+    size_t speedUps = 0;
+    for (const auto& segment : edits.timing()) {
+        (segment.speed == 0 ? cuts : speedUps) += 1;
+    }
+    auto count = [](size_t n, const QString& one, const QString& many) {
+        return QString::number(n) + " " + (n == 1 ? one : many);
+    };
+    QStringList rows = {count(edits.zooms.size(), tr("zoom"), tr("zooms")),
+                        count(cuts, tr("cut"), tr("cuts")),
+                        count(speedUps, tr("speed-up"), tr("speed-ups")),
+                        count(edits.redactionList().size(), tr("redaction"), tr("redactions")),
+                        count(m_session.captions() ? m_session.captions()->segments.size() : 0,
+                              tr("caption line"), tr("caption lines")),
+                        count(m_session.markers().size(), tr("marker"), tr("markers"))};
     auto selection = m_session.selection();
     auto row = selectionRow(selection.kind);
-    setAccessibleDescription(
-        row ? tr("Selected: %1").arg(itemToolTip(m_session, *row, selection.index))
-            : tr("Nothing selected"));
+    QString selected = row ? tr("Selected: %1").arg(itemToolTip(m_session, *row, selection.index))
+                           : tr("Nothing selected");
+    QString description = rows.join(", ") + ". " + selected;
+    if (description != accessibleDescription()) {
+        setAccessibleDescription(description);
+    }
 }
 
 }  // namespace quillo::views
