@@ -22,9 +22,7 @@ void LibraryModel::reload() {
         Row row;
         row.id = QString::fromStdString(project.id());
         row.title = QString::fromStdString(project.metadata.title);
-        if (auto created = project.metadata.createdDate()) {
-            row.date = QString::fromStdString(project::localizedDateTime(*created));
-        }
+        row.created = project.metadata.createdDate();
         if (project.metadata.duration) {
             row.duration = QString::fromStdString(clock(*project.metadata.duration));
         }
@@ -46,6 +44,16 @@ void LibraryModel::reload() {
     endResetModel();
 }
 
+const QString& LibraryModel::dateText(const Row& row) const {
+    // Formatting dates is slow enough to matter for hundreds of rows: only cards being painted
+    // ask for theirs.
+    if (!row.date) {
+        row.date = row.created ? QString::fromStdString(project::localizedDateTime(*row.created))
+                               : QString();
+    }
+    return *row.date;
+}
+
 int LibraryModel::rowCount(const QModelIndex& parent) const {
     return parent.isValid() ? 0 : static_cast<int>(m_rows.size());
 }
@@ -62,11 +70,11 @@ QVariant LibraryModel::data(const QModelIndex& index, int role) const {
         case Qt::ToolTipRole:
             return row.title;
         case Qt::AccessibleDescriptionRole:
-            return row.duration.isEmpty() ? row.date : row.date + ", " + row.duration;
+            return row.duration.isEmpty() ? dateText(row) : dateText(row) + ", " + row.duration;
         case IdRole:
             return row.id;
         case DateRole:
-            return row.date;
+            return dateText(row);
         case DurationRole:
             return row.duration;
         case ThumbnailRole: {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -45,12 +46,14 @@ private:
     struct Row {
         QString id;
         QString title;
-        QString date;
+        std::optional<project::Instant> created;
+        mutable std::optional<QString> date;  // formatted when first asked for (painted)
         QString duration;
         std::string movie;
     };
 
     void reload();
+    const QString& dateText(const Row& row) const;
     void thumbnailArrived(const QString& movie);
 
     app::StudioModel& m_studio;

@@ -22,6 +22,11 @@
 
 namespace quillo::views {
 
+namespace {
+constexpr int kGridMargin = 12;  // between the page's edges and the grid
+constexpr int kGridGap = 12;     // at least this much between cards
+}  // namespace
+
 LibraryView::LibraryView(app::StudioModel& studio, QWidget* parent)
     : QWidget(parent), m_studio(studio) {
     m_thumbnails = new ThumbnailCache(supportFolder() / "Thumbnails", this);
@@ -62,7 +67,8 @@ LibraryView::LibraryView(app::StudioModel& studio, QWidget* parent)
     m_list->setFlow(QListView::LeftToRight);
     m_list->setWrapping(true);
     m_list->setUniformItemSizes(true);
-    m_list->setSpacing(6);
+    m_list->setSpacing(0);
+    m_list->setContentsMargins(kGridMargin, 4, kGridMargin, 4);
     m_list->setSelectionMode(QAbstractItemView::SingleSelection);
     m_list->setEditTriggers(QAbstractItemView::EditKeyPressed);
     m_list->setVerticalScrollMode(QAbstractItemView::ScrollPerPixel);
@@ -73,6 +79,7 @@ LibraryView::LibraryView(app::StudioModel& studio, QWidget* parent)
     m_list->setContextMenuPolicy(Qt::CustomContextMenu);
     m_list->setAccessibleName(tr("Recordings"));
     m_list->installEventFilter(this);
+    m_list->viewport()->installEventFilter(this);
 
     auto* empty = new QWidget(this);
     m_emptyTitle = new QLabel(empty);
@@ -84,7 +91,7 @@ LibraryView::LibraryView(app::StudioModel& studio, QWidget* parent)
     m_emptyDetail = new QLabel(empty);
     m_emptyDetail->setAlignment(Qt::AlignCenter);
     m_emptyDetail->setWordWrap(true);
-    m_emptyDetail->setMaximumWidth(440);
+    m_emptyDetail->setFixedWidth(420);
     m_emptyDetail->setForegroundRole(QPalette::PlaceholderText);
     auto* emptyLayout = new QVBoxLayout(empty);
     emptyLayout->addStretch(2);
@@ -233,7 +240,22 @@ void LibraryView::showMenu(const QPoint& at) {
     menu.exec(m_list->viewport()->mapToGlobal(where));
 }
 
+void LibraryView::fitGrid() {
+    // As many columns as fit, sharing the spare width, so the grid fills the page evenly.
+    QSize card = cardSize(m_list->font());
+    int width = m_list->viewport()->width();
+    int columns = std::max(1, width / (card.width() + kGridGap));
+    int cell = std::max(card.width() + kGridGap, width / columns);
+    QSize grid(cell, card.height() + kGridGap);
+    if (m_list->gridSize() != grid) {
+        m_list->setGridSize(grid);
+    }
+}
+
 bool LibraryView::eventFilter(QObject* watched, QEvent* event) {
+    if (watched == m_list->viewport() && event->type() == QEvent::Resize) {
+        fitGrid();
+    }
     if (event->type() != QEvent::KeyPress) {
         return QWidget::eventFilter(watched, event);
     }

@@ -46,6 +46,7 @@ protected:
 
 private:
     void buildActions();
+    void fitGrid();
     void showMenu(const QPoint& at);
     QString currentId() const;
     QString titleOf(const QModelIndex& index) const;

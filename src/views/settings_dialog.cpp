@@ -23,8 +23,8 @@ SettingsDialog::SettingsDialog(app::Preferences& preferences, QWidget* parent)
     m_binder = new SettingsBinder(preferences, this);
     m_pageList = new QListWidget(this);
     m_pageList->setAccessibleName(tr("Settings pages"));
-    m_pageList->setFixedWidth(170);
-    m_pageList->setSpacing(2);
+    m_pageList->setFixedWidth(180);
+    m_pageList->setContentsMargins(8, 4, 8, 4);
     m_pageList->setFrameShape(QFrame::NoFrame);
     m_pageList->viewport()->setBackgroundRole(QPalette::Window);
     m_pages = new QStackedWidget(this);
@@ -39,7 +39,7 @@ SettingsDialog::SettingsDialog(app::Preferences& preferences, QWidget* parent)
         scroll->setAccessibleName(page->accessibleName());
         m_pages->addWidget(scroll);
         auto* item = new QListWidgetItem(page->accessibleName(), m_pageList);
-        item->setSizeHint(QSize(0, 32));
+        item->setSizeHint(QSize(0, 30));
     }
     connect(m_pageList, &QListWidget::currentRowChanged, m_pages, &QStackedWidget::setCurrentIndex);
     m_pageList->setCurrentRow(0);

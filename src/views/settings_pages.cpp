@@ -99,22 +99,7 @@ SettingsPage::SettingsPage(const QString& title, QWidget* parent) : QWidget(pare
     setAccessibleName(title);
     m_layout = new QVBoxLayout(this);
     m_layout->setContentsMargins(24, 18, 24, 18);
-    m_layout->setSpacing(6);
-}
-
-void SettingsPage::section(const QString& heading) {
-    if (m_form) {
-        m_layout->addSpacing(14);
-    }
-    auto* label = new QLabel(heading, this);
-    QFont font = label->font();
-    font.setWeight(QFont::DemiBold);
-    font.setPointSizeF(font.pointSizeF() * 1.1);
-    label->setFont(font);
-    label->setAccessibleName(heading);
-    m_layout->addWidget(label);
     m_form = new QFormLayout;
-    m_form->setContentsMargins(0, 4, 0, 0);
     m_form->setHorizontalSpacing(14);
     m_form->setVerticalSpacing(8);
     m_form->setFieldGrowthPolicy(QFormLayout::FieldsStayAtSizeHint);
@@ -123,24 +108,39 @@ void SettingsPage::section(const QString& heading) {
     m_layout->addLayout(m_form);
 }
 
+void SettingsPage::section(const QString& heading) {
+    auto* label = new QLabel(heading, this);
+    QFont font = label->font();
+    font.setWeight(QFont::DemiBold);
+    font.setPointSizeF(font.pointSizeF() * 1.1);
+    label->setFont(font);
+    label->setAccessibleName(heading);
+    if (m_form->rowCount() > 0) {
+        label->setContentsMargins(0, 14, 0, 0);
+    }
+    m_form->addRow(label);
+}
+
 void SettingsPage::row(const QString& label, QWidget* control) {
     auto* text = new QLabel(label, this);
     text->setBuddy(control);
     m_form->addRow(text, control);
 }
 
-void SettingsPage::row(QWidget* control) { m_form->addRow(control); }
+// Controls with their own text sit in the field column, under the other controls.
+void SettingsPage::row(QWidget* control) { m_form->addRow(QString(), control); }
 
 void SettingsPage::note(const QString& text) {
     auto* label = new QLabel(text, this);
     label->setWordWrap(true);
     label->setForegroundRole(QPalette::PlaceholderText);
+    label->setMaximumWidth(440);
     QFont font = label->font();
     if (font.pointSizeF() > 0) {
         font.setPointSizeF(font.pointSizeF() - 0.5);
     }
     label->setFont(font);
-    m_form->addRow(label);
+    m_form->addRow(QString(), label);
 }
 
 void SettingsPage::finish() { m_layout->addStretch(1); }

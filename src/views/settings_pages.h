@@ -10,8 +10,8 @@ namespace quillo::views {
 
 class SettingsBinder;
 
-// One page of the settings window: sections, each a heading over a form of labelled controls
-// and notes, in a scroll area. Thread: the GUI thread.
+// One page of the settings window: one form of labelled controls and notes, divided into
+// sections under headings, so every section's labels line up. Thread: the GUI thread.
 class SettingsPage : public QWidget {
     Q_OBJECT
 

@@ -39,6 +39,8 @@ public:
     // Asks for the picture of `movie` unless it is there or already asked for.
     void request(const std::string& movie);
 
+    // Pictures asked for so far (each movie once).
+    size_t requests() const { return m_requested.size(); }
     // Frames decoded so far by this cache (cached files read back do not count).
     int decodes() const;
     const std::filesystem::path& folder() const { return m_folder; }

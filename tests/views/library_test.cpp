@@ -275,6 +275,27 @@ TEST_F(LibraryViewTest, AnUnreadableMovieGetsNoPreviewInsteadOfAPicture) {
     EXPECT_TRUE(card.data(LibraryModel::ThumbnailRole).value<QImage>().isNull());
 }
 
+TEST_F(LibraryViewTest, AFullLibraryAsksOnlyForTheThumbnailsOfCardsInView) {
+    for (int i = 0; i < 500; ++i) {
+        auto created = studio->library().create({"window", 1, "Notes", "Many"},
+                                                std::chrono::system_clock::now() - i * 1min);
+        ASSERT_TRUE(created);
+        std::ofstream(created->recordingFile()) << "not decoded";
+    }
+    studio->reload();
+    auto view = showLibrary();
+    EXPECT_EQ(view->list()->model()->rowCount(), 500);
+    EXPECT_TRUE(QTest::qWaitFor([&] { return view->thumbnails().requests() > 0; }, 20000));
+    EXPECT_LT(view->thumbnails().requests(), 40u);
+
+    // Cards scrolled into view are asked for next; the ones between are skipped.
+    view->list()->scrollToBottom();
+    QModelIndex last = view->list()->model()->index(499, 0);
+    EXPECT_TRUE(QTest::qWaitFor(
+        [&] { return last.data(LibraryModel::ThumbnailFailedRole).toBool(); }, 20000));
+    EXPECT_LT(view->thumbnails().requests(), 80u);
+}
+
 TEST(ThumbnailCache, CacheFileFollowsTheMoviesSizeAndTimeAndTimesStayInside) {
     testing::TempFolder folder;
     fs::path movie = folder / "recording.mp4";
