@@ -23,8 +23,7 @@
 namespace quillo::views {
 
 namespace {
-constexpr int kGridMargin = 12;  // between the page's edges and the grid
-constexpr int kGridGap = 12;     // at least this much between cards
+constexpr int kGridGap = 12;  // at least this much between cards
 }  // namespace
 
 LibraryView::LibraryView(app::StudioModel& studio, QWidget* parent)
@@ -68,7 +67,6 @@ LibraryView::LibraryView(app::StudioModel& studio, QWidget* parent)
     m_list->setWrapping(true);
     m_list->setUniformItemSizes(true);
     m_list->setSpacing(0);
-    m_list->setContentsMargins(kGridMargin, 4, kGridMargin, 4);
     m_list->setSelectionMode(QAbstractItemView::SingleSelection);
     m_list->setEditTriggers(QAbstractItemView::EditKeyPressed);
     m_list->setVerticalScrollMode(QAbstractItemView::ScrollPerPixel);
@@ -245,7 +243,8 @@ void LibraryView::fitGrid() {
     QSize card = cardSize(m_list->font());
     int width = m_list->viewport()->width();
     int columns = std::max(1, width / (card.width() + kGridGap));
-    int cell = std::max(card.width() + kGridGap, width / columns);
+    // The list wraps a row once it is not narrower than the viewport: keep a pixel spare.
+    int cell = std::max(card.width() + kGridGap, (width - 1) / columns);
     QSize grid(cell, card.height() + kGridGap);
     if (m_list->gridSize() != grid) {
         m_list->setGridSize(grid);
