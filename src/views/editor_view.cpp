@@ -1,5 +1,7 @@
 #include "editor_view.h"
 
+#include <algorithm>
+
 #include <QHBoxLayout>
 #include <QKeyEvent>
 #include <QScrollArea>
@@ -78,7 +80,11 @@ EditorView::EditorView(app::StudioModel& studio, editor::EditorModel& model, QWi
     inspectorScroll->setWidget(m_inspector);
     inspectorScroll->setWidgetResizable(true);
     inspectorScroll->setFrameShape(QFrame::NoFrame);
-    inspectorScroll->setMinimumWidth(280);
+    // The inspector is as wide as its controls need: it never scrolls sideways.
+    inspectorScroll->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    inspectorScroll->setMinimumWidth(
+        std::max(300, m_inspector->minimumSizeHint().width() +
+                          style()->pixelMetric(QStyle::PM_ScrollBarExtent) + 4));
     inspectorScroll->setAccessibleName(tr("Inspector"));
 
     auto* top = new QSplitter(Qt::Horizontal, this);
@@ -87,6 +93,7 @@ EditorView::EditorView(app::StudioModel& studio, editor::EditorModel& model, QWi
     top->setStretchFactor(0, 3);
     top->setStretchFactor(1, 1);
     top->setChildrenCollapsible(false);
+    top->setSizes({900, inspectorScroll->minimumWidth()});
 
     auto* split = new QSplitter(Qt::Vertical, this);
     split->addWidget(top);

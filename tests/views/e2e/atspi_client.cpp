@@ -102,7 +102,8 @@ AtspiAccessible* node(const AccessibleApp::Element& element) {
 AccessibleApp::AccessibleApp(pid_t pid) : m_pid(pid) {}
 
 std::vector<AccessibleApp::Element> AccessibleApp::findAll(const std::string& role,
-                                                           const std::string& name) const {
+                                                           const std::string& name,
+                                                           bool exact) const {
     std::vector<Element> found;
     AtspiAccessible* app = appOf(m_pid);
     if (!app) {
@@ -114,7 +115,9 @@ std::vector<AccessibleApp::Element> AccessibleApp::findAll(const std::string& ro
             return true;
         }
         std::string candidateName = takeString(atspi_accessible_get_name(candidate, nullptr));
-        if (candidateName.find(name) != std::string::npos && showing(candidate)) {
+        bool matches =
+            exact ? candidateName == name : candidateName.find(name) != std::string::npos;
+        if (matches && showing(candidate)) {
             found.push_back(describe(candidate));
         }
         return true;
@@ -124,11 +127,11 @@ std::vector<AccessibleApp::Element> AccessibleApp::findAll(const std::string& ro
 }
 
 std::optional<AccessibleApp::Element> AccessibleApp::find(const std::string& role,
-                                                          const std::string& name,
-                                                          double seconds) const {
+                                                          const std::string& name, double seconds,
+                                                          bool exact) const {
     auto until = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
     for (;;) {
-        auto all = findAll(role, name);
+        auto all = findAll(role, name, exact);
         if (!all.empty()) {
             return all.front();
         }

@@ -25,10 +25,11 @@ public:
     explicit AccessibleApp(pid_t pid);
 
     // The first showing element whose role equals `role` (any when empty) and whose name
-    // contains `name`, in tree order; waits up to `seconds` for it.
+    // contains `name` (equals it with `exact`), in tree order; waits up to `seconds` for it.
     std::optional<Element> find(const std::string& role, const std::string& name,
-                                double seconds = 10) const;
-    std::vector<Element> findAll(const std::string& role, const std::string& name) const;
+                                double seconds = 10, bool exact = false) const;
+    std::vector<Element> findAll(const std::string& role, const std::string& name,
+                                 bool exact = false) const;
     // Does the element's action named `action` (the first one when empty).
     bool act(const Element& element, const std::string& action = "") const;
     bool focus(const Element& element) const;

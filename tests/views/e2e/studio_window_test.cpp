@@ -262,7 +262,10 @@ TEST_F(StudioWindowEndToEnd, OpenEditUndoAndExportWhileAnAgentEditsTheSameRecord
 
     // Export with a preset through the export sheet.
     x->xdotool("windowactivate --sync " + std::to_string(*window) + " key ctrl+e");
-    auto start = app.find("push button", "Export", 20);
+    auto preset = app.find("radio button", "LinkedIn 1:1", 20);
+    ASSERT_TRUE(preset) << app.dump();
+    ASSERT_TRUE(app.act(*preset));
+    auto start = app.find("push button", "Export", 20, true);
     ASSERT_TRUE(start) << app.dump();
     ASSERT_TRUE(app.act(*start));
     auto done = app.find("push button", "Show in Folder", 120);
@@ -281,6 +284,10 @@ TEST_F(StudioWindowEndToEnd, OpenEditUndoAndExportWhileAnAgentEditsTheSameRecord
     }
     ASSERT_EQ(movies.size(), 1u);
     EXPECT_NEAR(probeDuration(movies[0]), 6, 0.1);
+    auto streams = parseJson(testing::probe(movies[0]));
+    ASSERT_TRUE(streams);
+    EXPECT_EQ((*streams)["streams"][0]["width"], 1080);
+    EXPECT_EQ((*streams)["streams"][0]["height"], 1080);
 }
 
 }  // namespace
