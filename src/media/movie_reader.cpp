@@ -292,4 +292,21 @@ Result<void> MovieReader::frame(double t, const FrameFormat& format, VideoFrame&
     return s.convert(s.current.get(), format, into);
 }
 
+Result<void> MovieReader::keyFrame(double t, const FrameFormat& format, VideoFrame& into) {
+    Impl& s = *m;
+    s.seek(std::isfinite(t) ? t : 0);
+    auto decoded = s.decodeNext();
+    if (!decoded) {
+        return decoded.error();
+    }
+    if (!*decoded) {
+        return unreadable(s.file, "no frame could be decoded");
+    }
+    std::swap(s.current, s.pending);
+    av_frame_unref(s.pending.get());
+    s.haveCurrent = true;
+    s.lastRequest = s.timeOf(s.current.get());
+    return s.convert(s.current.get(), format, into);
+}
+
 }  // namespace quillo::media

@@ -70,6 +70,10 @@ public:
     // The same into `into`, reusing its buffer (for loops over many frames).
     Result<void> frame(double t, const FrameFormat& format, VideoFrame& into);
 
+    // The keyframe at or before movie time t: one seek and one decoded frame, a quick stand-in
+    // while the frame at t itself is decoded. A later frame() request decodes on from it.
+    Result<void> keyFrame(double t, const FrameFormat& format, VideoFrame& into);
+
     // Decodes the sound between `start` and `end` (movie seconds) and hands it to `sink` in
     // chunks of `frames` sample frames; the sink returns false to stop early. Several sound
     // tracks (app sound and microphone) are mixed into one: summed, a mono track on both sides,

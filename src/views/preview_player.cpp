@@ -204,6 +204,17 @@ void PreviewPlayer::renderLoop() {
         }
         const render::RenderPlan& plan = m_renderer->plan();
         if (still) {
+            // Far from the last frame, the keyframe before it shows first, while the frame itself
+            // decodes (skipped when a newer request has come in by then).
+            if (m_renderer->far(*still)) {
+                if (auto key = m_renderer->renderKeyFrame(*still); key && (*key)->time != *still) {
+                    m_listener.frame(*key);
+                    std::lock_guard lock(m_mutex);
+                    if (m_still || m_playFrom || m_recipe || m_quit) {
+                        continue;
+                    }
+                }
+            }
             auto frame = m_renderer->render(*still);
             if (!frame) {
                 m_listener.failed(frame.error().message);
@@ -339,7 +350,9 @@ void PreviewPlayer::soundLoop(uint64_t run, std::filesystem::path movie,
     auto device = PlaybackSound::open(media::kMovieSampleRate, media::kMovieChannels);
     std::unique_lock lock(m_mutex);
     if (!device) {
-        switchToWallClock();
+        if (m_run == run) {
+            switchToWallClock();
+        }
         return;
     }
     while (stillRunning() && !m_soundGo) {

@@ -15,6 +15,9 @@ AppError unreadable(const AppError& cause) {
 
 // Frames in flight at most: the playback queue, the one on screen and one being replaced.
 constexpr size_t kPoolSize = 8;
+// Decoding on from the last frame is quick for this many seconds (about 30 frames); further, or
+// backwards, the reader seeks and decodes from a keyframe.
+constexpr double kNear = 1.0;
 
 }  // namespace
 
@@ -32,6 +35,7 @@ Result<void> PreviewRenderer::setRecipe(const PreviewRecipe& recipe) {
         }
         m_reader = std::move(*reader);
         m_readerMovie = plan->movie;
+        m_last.reset();
     }
     m_plan = std::move(*plan);
     return {};
@@ -65,6 +69,24 @@ Result<std::shared_ptr<PreviewFrame>> PreviewRenderer::render(double t) {
     if (auto read = m_reader->frame(t, {}, m_screen); !read) {
         return unreadable(read.error());
     }
+    m_last = t;
+    return compose(t);
+}
+
+bool PreviewRenderer::far(double t) const { return !m_last || t < *m_last || t > *m_last + kNear; }
+
+Result<std::shared_ptr<PreviewFrame>> PreviewRenderer::renderKeyFrame(double t) {
+    if (!m_plan) {
+        return AppError("Nothing to show yet.");
+    }
+    if (auto read = m_reader->keyFrame(t, {}, m_screen); !read) {
+        return unreadable(read.error());
+    }
+    m_last = m_screen.time;
+    return compose(m_screen.time);
+}
+
+std::shared_ptr<PreviewFrame> PreviewRenderer::compose(double t) {
     std::shared_ptr<PreviewFrame> frame = freeFrame();
     const render::FrameRenderer& renderer = *m_plan->renderer;
     render::FrameRenderer::Moment moment = renderer.moment(t);

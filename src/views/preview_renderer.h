@@ -44,13 +44,21 @@ public:
 
     // The finished frame at recording time t.
     Result<std::shared_ptr<PreviewFrame>> render(double t);
+    // Whether the frame at t is far enough from the last one that decoding it takes long: a
+    // keyframe is then worth showing first.
+    bool far(double t) const;
+    // The finished frame of the recording's keyframe at or before t (its time is the
+    // keyframe's).
+    Result<std::shared_ptr<PreviewFrame>> renderKeyFrame(double t);
 
 private:
     std::shared_ptr<PreviewFrame> freeFrame();
+    std::shared_ptr<PreviewFrame> compose(double t);
 
     std::optional<render::RenderPlan> m_plan;
     std::unique_ptr<media::MovieReader> m_reader;
     std::filesystem::path m_readerMovie;
+    std::optional<double> m_last;  // the recording time the reader decoded last
     media::VideoFrame m_screen;
     std::vector<std::shared_ptr<PreviewFrame>> m_pool;
 };

@@ -91,6 +91,7 @@ PreviewWidget::PreviewWidget(EditorSession& session, QWidget* parent)
     connect(&session, &EditorSession::sideFilesChanged, this, [this] { updateRecipe(true); });
     connect(&session, &EditorSession::playheadMoved, this, &PreviewWidget::playheadMoved);
     connect(&session, &EditorSession::playbackChanged, this, &PreviewWidget::playbackChanged);
+    placeButton();
     updateRecipe();
 }
 
@@ -200,6 +201,8 @@ void PreviewWidget::setFocusAt(QPointF p) {
 }
 
 void PreviewWidget::placeButton() {
+    // Nothing to draw on until there is a picture.
+    m_hideArea->setVisible(!m_image.isNull());
     m_hideArea->adjustSize();
     QRectF shown = m_frame
                        ? previewImageRect(size(),
