@@ -202,102 +202,113 @@ void PreviewPlayer::renderLoop() {
             run.done = true;
             continue;
         }
-        const render::RenderPlan& plan = m_renderer->plan();
         if (still) {
-            // Far from the last frame, the keyframe before it shows first, while the frame itself
-            // decodes (skipped when a newer request has come in by then).
-            if (m_renderer->far(*still)) {
-                if (auto key = m_renderer->renderKeyFrame(*still); key && (*key)->time != *still) {
-                    m_listener.frame(*key);
-                    std::lock_guard lock(m_mutex);
-                    if (m_still || m_playFrom || m_recipe || m_quit) {
-                        continue;
-                    }
-                }
-            }
-            auto frame = m_renderer->render(*still);
-            if (!frame) {
-                m_listener.failed(frame.error().message);
-            } else {
-                m_listener.frame(*frame);
-            }
+            renderStill(*still);
             continue;
         }
         if (playFrom) {
-            run.start =
-                std::clamp(plan.renderer->edits().outputTime(*playFrom), 0.0, plan.duration);
-            run.rate = rate;
-            run.fps = plan.sourceFPS;
-            run.duration = plan.duration;
-            // From the very end forwards (or the very start backwards) plays it all again.
-            if (rate > 0 && run.start >= run.duration - 0.5 / run.fps) {
-                run.start = 0;
-            } else if (rate < 0 && run.start <= 0.5 / run.fps) {
-                run.start = run.duration;
-            }
-            if (m_soundThread.joinable()) {
-                m_soundThread.join();
-            }
-            const bool sound = rate == 1 && plan.hasSound;
-            {
-                std::lock_guard lock(m_mutex);
-                m_soundClock = sound;
-                m_soundGo = false;
-            }
-            if (sound) {
-                m_soundThread = std::thread(&PreviewPlayer::soundLoop, this, run.id, plan.movie,
-                                            piecesFrom(*plan.map, run.start));
-            }
+            startRun(run, *playFrom, rate);
         }
-        if (run.done) {
-            continue;
+        if (!run.done) {
+            renderNext(run);
         }
-        // The next frame, skipping those that would be late already (they count as dropped).
-        int64_t k = run.next;
-        {
-            std::lock_guard lock(m_mutex);
-            if (run.id != m_run) {
-                continue;
-            }
-            if (m_clockStarted) {
-                const int64_t due = static_cast<int64_t>(std::floor(clockNow() * run.fps));
-                if (k < due) {
-                    m_dropped += due + 1 - k;
-                    k = due + 1;
-                }
-            }
-        }
-        const double u = run.start + run.rate * static_cast<double>(k) / run.fps;
-        Item item;
-        item.run = run.id;
-        item.due = static_cast<double>(k) / run.fps;
-        item.length = 1 / run.fps;
-        if ((run.rate > 0 && u >= run.duration - 1e-9) || (run.rate < 0 && u <= 1e-9)) {
-            item.end = plan.map->source(run.rate > 0 ? run.duration : 0);
-            run.done = true;
-        } else {
-            auto frame = m_renderer->render(plan.map->source(u));
-            if (!frame) {
-                m_listener.failed(frame.error().message);
-                item.end = plan.map->source(u);
-                run.done = true;
-            } else {
-                (*frame)->playing = true;
-                item.frame = *frame;
-            }
-        }
-        run.next = k + 1;
-        {
-            std::lock_guard lock(m_mutex);
-            if (run.id == m_run) {
-                m_queue.push_back(std::move(item));
-            }
-        }
-        m_clockWake.notify_all();
     }
     if (m_soundThread.joinable()) {
         m_soundThread.join();
     }
+}
+
+void PreviewPlayer::renderStill(double t) {
+    // Far from the last frame, the keyframe before it shows first, while the frame itself
+    // decodes (skipped when a newer request has come in by then).
+    if (m_renderer->far(t)) {
+        if (auto key = m_renderer->renderKeyFrame(t); key && (*key)->time != t) {
+            m_listener.frame(*key);
+            std::lock_guard lock(m_mutex);
+            if (m_still || m_playFrom || m_recipe || m_quit) {
+                return;
+            }
+        }
+    }
+    auto frame = m_renderer->render(t);
+    if (!frame) {
+        m_listener.failed(frame.error().message);
+    } else {
+        m_listener.frame(*frame);
+    }
+}
+
+void PreviewPlayer::startRun(Run& run, double from, double rate) {
+    const render::RenderPlan& plan = m_renderer->plan();
+    run.start = std::clamp(plan.renderer->edits().outputTime(from), 0.0, plan.duration);
+    run.rate = rate;
+    run.fps = plan.sourceFPS;
+    run.duration = plan.duration;
+    // From the very end forwards (or the very start backwards) plays it all again.
+    if (rate > 0 && run.start >= run.duration - 0.5 / run.fps) {
+        run.start = 0;
+    } else if (rate < 0 && run.start <= 0.5 / run.fps) {
+        run.start = run.duration;
+    }
+    if (m_soundThread.joinable()) {
+        m_soundThread.join();
+    }
+    const bool sound = rate == 1 && plan.hasSound;
+    {
+        std::lock_guard lock(m_mutex);
+        m_soundClock = sound;
+        m_soundGo = false;
+    }
+    if (sound) {
+        m_soundThread = std::thread(&PreviewPlayer::soundLoop, this, run.id, plan.movie,
+                                    piecesFrom(*plan.map, run.start));
+    }
+}
+
+void PreviewPlayer::renderNext(Run& run) {
+    const render::RenderPlan& plan = m_renderer->plan();
+    // The next frame, skipping those that would be late already (they count as dropped).
+    int64_t k = run.next;
+    {
+        std::lock_guard lock(m_mutex);
+        if (run.id != m_run) {
+            return;
+        }
+        if (m_clockStarted) {
+            const int64_t due = static_cast<int64_t>(std::floor(clockNow() * run.fps));
+            if (k < due) {
+                m_dropped += due + 1 - k;
+                k = due + 1;
+            }
+        }
+    }
+    const double u = run.start + run.rate * static_cast<double>(k) / run.fps;
+    Item item;
+    item.run = run.id;
+    item.due = static_cast<double>(k) / run.fps;
+    item.length = 1 / run.fps;
+    if ((run.rate > 0 && u >= run.duration - 1e-9) || (run.rate < 0 && u <= 1e-9)) {
+        item.end = plan.map->source(run.rate > 0 ? run.duration : 0);
+        run.done = true;
+    } else {
+        auto frame = m_renderer->render(plan.map->source(u));
+        if (!frame) {
+            m_listener.failed(frame.error().message);
+            item.end = plan.map->source(u);
+            run.done = true;
+        } else {
+            (*frame)->playing = true;
+            item.frame = *frame;
+        }
+    }
+    run.next = k + 1;
+    {
+        std::lock_guard lock(m_mutex);
+        if (run.id == m_run) {
+            m_queue.push_back(std::move(item));
+        }
+    }
+    m_clockWake.notify_all();
 }
 
 void PreviewPlayer::clockLoop() {

@@ -72,6 +72,10 @@ private:
     struct Run;
 
     void renderLoop();
+    // Render thread steps: a still frame, the start of a playback, its next frame.
+    void renderStill(double t);
+    void startRun(Run& run, double from, double rate);
+    void renderNext(Run& run);
     void clockLoop();
     void soundLoop(uint64_t run, std::filesystem::path movie,
                    std::vector<project::TimeSegment> pieces);
