@@ -317,6 +317,12 @@ TEST_F(PreviewTest, PlayingFromTheEndStartsOverAndStopStopsThere) {
     const double stopped = session.playhead();
     EXPECT_TRUE(waitFor([&] { return preview->shownTime() == stopped; }));
     EXPECT_NEAR(session.model().currentTime(), stopped, 1e-9);
+
+    // Shuttled backwards it plays (silently) back to the start and stops there.
+    session.shuttle(-1);
+    ASSERT_TRUE(session.playing());
+    ASSERT_TRUE(waitFor([&] { return !session.playing(); }));
+    EXPECT_NEAR(session.playhead(), 0.0, 1e-6);
 }
 
 // --- geometry
