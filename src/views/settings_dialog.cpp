@@ -25,6 +25,8 @@ SettingsDialog::SettingsDialog(app::Preferences& preferences, QWidget* parent)
     m_pageList->setAccessibleName(tr("Settings pages"));
     m_pageList->setFixedWidth(180);
     m_pageList->setContentsMargins(8, 4, 8, 4);
+    // Room around the page names, so they don't sit against the window's edge.
+    m_pageList->setStyleSheet("QListWidget { padding: 8px 0 8px 8px; }");
     m_pageList->setFrameShape(QFrame::NoFrame);
     m_pageList->viewport()->setBackgroundRole(QPalette::Window);
     m_pages = new QStackedWidget(this);

@@ -25,7 +25,7 @@ StudioWindow::StudioWindow(app::StudioModel& studio, QWidget* parent)
     m_tabs->setDocumentMode(true);
     m_tabs->setTabsClosable(true);
     m_tabs->setMovable(false);
-    m_tabs->setAccessibleName(tr("Recordings"));
+    m_tabs->setAccessibleName(tr("Studio tabs"));
     m_library = new LibraryView(studio, m_tabs);
     m_tabs->addTab(m_library, tr("Library"));
     // The library is always there: no close button on its tab.
@@ -208,8 +208,14 @@ void StudioWindow::showStatus() {
 }
 
 void StudioWindow::openSettings() {
-    SettingsDialog dialog(m_studio.preferences(), this);
-    dialog.exec();
+    // One settings window, beside the studio: changes show in the open editor as they are made.
+    if (!m_settings) {
+        m_settings = new SettingsDialog(m_studio.preferences(), this);
+        m_settings->setModal(false);
+    }
+    m_settings->show();
+    m_settings->raise();
+    m_settings->activateWindow();
 }
 
 void StudioWindow::closeEvent(QCloseEvent* event) {

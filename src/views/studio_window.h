@@ -15,6 +15,7 @@ namespace quillo::views {
 
 class EditorView;
 class LibraryView;
+class SettingsDialog;
 
 // The studio window: the library as the first tab, one editor tab per open recording (in the
 // studio model's tab order), the menus and the studio's status line.
@@ -46,6 +47,7 @@ private:
     LibraryView* m_library;
     QLabel* m_status;
     std::map<std::string, QPointer<EditorView>> m_editors;
+    QPointer<SettingsDialog> m_settings;
     QAction* m_undo = nullptr;
     QAction* m_redo = nullptr;
     QAction* m_delete = nullptr;

@@ -126,8 +126,8 @@ TEST_F(SettingsTest, AFailedWriteIsShownAndTheControlKeepsWorking) {
     EXPECT_FALSE(preferences->get(prefs::showMenuBarIcon));
 }
 
-TEST_F(SettingsTest, DISABLED_Screenshots) {
-    QString folder = qEnvironmentVariable("QUILLO_SHOTS", "/tmp");
+TEST_F(SettingsTest, Screenshots) {
+    QString folder = qEnvironmentVariable("QUILLO_VIEWS_SHOTS", "/tmp");
     SettingsDialog dialog(*preferences);
     dialog.show();
     ASSERT_TRUE(QTest::qWaitForWindowExposed(&dialog));

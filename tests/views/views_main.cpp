@@ -1,6 +1,7 @@
 // The widget tests' entry point: one QApplication on the offscreen platform for every case.
 
 #include <QApplication>
+#include <QDir>
 #include <gtest/gtest.h>
 
 #include "base/main_queue.h"
@@ -10,6 +11,10 @@ int main(int argc, char** argv) {
     qputenv("QT_QPA_PLATFORM", "offscreen");
     testing::InitGoogleTest(&argc, argv);
     QApplication application(argc, argv);
+    // Tests that take pictures of the views write them here, for a person to look at.
+    if (QString shots = qEnvironmentVariable("QUILLO_VIEWS_SHOTS"); !shots.isEmpty()) {
+        QDir().mkpath(shots);
+    }
     quillo::views::QtMainQueue mainQueue;
     quillo::MainQueue::install(&mainQueue);
     int result = RUN_ALL_TESTS();
