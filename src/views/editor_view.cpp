@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include <QHBoxLayout>
+#include <QToolButton>
 #include <QKeyEvent>
 #include <QScrollArea>
 #include <QSplitter>
@@ -64,6 +65,7 @@ EditorView::EditorView(app::StudioModel& studio, editor::EditorModel& model, QWi
     transport->addWidget(m_play);
     transport->addWidget(m_time);
     transport->addStretch(1);
+    transport->addWidget(m_preview->hideAreaButton());
     transport->addWidget(addZoom);
     transport->addWidget(addCut);
     transport->addWidget(addSpeed);

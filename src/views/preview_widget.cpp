@@ -201,6 +201,10 @@ void PreviewWidget::setFocusAt(QPointF p) {
 }
 
 void PreviewWidget::placeButton() {
+    if (m_hideArea->parentWidget() != this) {
+        m_hideArea->setEnabled(!m_image.isNull());
+        return;
+    }
     // Nothing to draw on until there is a picture.
     m_hideArea->setVisible(!m_image.isNull());
     m_hideArea->adjustSize();
@@ -312,7 +316,7 @@ void PreviewWidget::mouseReleaseEvent(QMouseEvent* event) {
     if (auto area = where->recordingRect(start, end)) {
         // The area starts at the playhead, which playback does not hand to the model.
         m_session.setPlaying(false);
-        m_session.redactions().add(*area);
+        m_session.addRedaction(*area);
     }
 }
 

@@ -37,6 +37,9 @@ public:
     std::optional<PreviewPlacement> placement() const;
     // Playback figures of the engine.
     PreviewPlayer::Counters counters() const { return m_player->counters(); }
+    // The "Hide Area" toggle: drawn over the picture's corner unless a parent places it elsewhere
+    // (the editor puts it in its transport bar, so it never covers the picture).
+    QToolButton* hideAreaButton() { return m_hideArea; }
 
 protected:
     void paintEvent(QPaintEvent* event) override;
