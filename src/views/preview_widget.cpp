@@ -202,6 +202,7 @@ void PreviewWidget::setFocusAt(QPointF p) {
 
 void PreviewWidget::placeButton() {
     if (m_hideArea->parentWidget() != this) {
+        m_hideArea->setVisible(true);
         m_hideArea->setEnabled(!m_image.isNull());
         return;
     }
