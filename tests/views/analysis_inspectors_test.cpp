@@ -46,18 +46,6 @@ bool waitFor(Condition done, std::chrono::seconds limit = std::chrono::seconds(1
     return true;
 }
 
-// The one child of `parent` with this accessible name.
-template <class T>
-T* named(QWidget& parent, const QString& name) {
-    for (T* child : parent.findChildren<T*>()) {
-        if (child->accessibleName() == name) {
-            return child;
-        }
-    }
-    ADD_FAILURE() << "no control named " << name.toStdString();
-    return nullptr;
-}
-
 // Three seconds of a still picture, then two of motion, all silent.
 const std::string kStillThenMotion =
     "-f lavfi -i color=c=0x336699:size=320x180:rate=30:duration=3 "

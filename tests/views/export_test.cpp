@@ -23,17 +23,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-template <class T>
-T* named(QWidget& root, const QString& name) {
-    for (T* widget : root.findChildren<T*>()) {
-        if (widget->accessibleName() == name) {
-            return widget;
-        }
-    }
-    ADD_FAILURE() << "no control named " << name.toStdString();
-    return nullptr;
-}
-
 // Runs the event loop until `done` (an export can take a while under the sanitizers).
 bool waitFor(const std::function<bool()>& done) {
     QDeadlineTimer deadline(std::chrono::minutes(3));

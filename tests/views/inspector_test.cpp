@@ -19,17 +19,6 @@
 namespace quillo::views {
 namespace {
 
-template <class T>
-T* named(QWidget& root, const QString& name) {
-    for (T* widget : root.findChildren<T*>()) {
-        if (widget->accessibleName() == name) {
-            return widget;
-        }
-    }
-    ADD_FAILURE() << "no control named " << name.toStdString();
-    return nullptr;
-}
-
 void choose(QComboBox* box, const QVariant& data) {
     int index = box->findData(data);
     ASSERT_GE(index, 0);

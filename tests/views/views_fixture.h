@@ -5,6 +5,7 @@
 #include <string>
 
 #include <QApplication>
+#include <QWidget>
 #include <gtest/gtest.h>
 
 #include "app/studio_model.h"
@@ -16,6 +17,18 @@
 #include "views/editor_session.h"
 
 namespace quillo::views {
+
+// The control of type T under `root` with this accessible name (a test failure when none).
+template <class T>
+T* named(QWidget& root, const QString& name) {
+    for (T* widget : root.findChildren<T*>()) {
+        if (widget->accessibleName() == name) {
+            return widget;
+        }
+    }
+    ADD_FAILURE() << "no control named " << name.toStdString();
+    return nullptr;
+}
 
 // A studio model over a library in a temporary home, on the Qt main queue of the test binary,
 // with helpers that make short recordings (a moving test pattern with a tone) and open them.
