@@ -288,6 +288,14 @@ TEST_F(StudioWindowEndToEnd, OpenEditUndoAndExportWhileAnAgentEditsTheSameRecord
     ASSERT_TRUE(streams);
     EXPECT_EQ((*streams)["streams"][0]["width"], 1080);
     EXPECT_EQ((*streams)["streams"][0]["height"], 1080);
+
+    // Ctrl+C in the terminal closes the window and ends the program cleanly (the sanitizers
+    // would make the exit status say otherwise).
+    kill(quillo, SIGTERM);
+    int status = -1;
+    ASSERT_TRUE(eventually([&] { return waitpid(quillo, &status, WNOHANG) == quillo; }, 30));
+    quillo = -1;
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "status " << status;
 }
 
 }  // namespace
