@@ -8,11 +8,11 @@
 #include <QTimer>
 #include <QVBoxLayout>
 
+#include "analysis_parts.h"
 #include "captions/caption_jobs.h"
 #include "captions/caption_texts.h"
 #include "captions/caption_transcriber.h"
 #include "captions_line_list.h"
-#include "analysis_parts.h"
 #include "captions_style_form.h"
 
 namespace quillo::views {

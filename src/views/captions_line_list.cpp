@@ -9,8 +9,8 @@
 #include <QTableView>
 #include <QVBoxLayout>
 
-#include "captions_line_model.h"
 #include "analysis_parts.h"
+#include "captions_line_model.h"
 
 namespace quillo::views {
 

@@ -11,8 +11,8 @@
 #include <QTableView>
 #include <QVBoxLayout>
 
-#include "base/serial_queue.h"
 #include "analysis_parts.h"
+#include "base/serial_queue.h"
 #include "dead_time_proposal_model.h"
 #include "editor/dead_time_remover.h"
 
@@ -129,12 +129,22 @@ DeadTimeInspector::DeadTimeInspector(EditorSession& session, QWidget* parent)
             showProposals();
         }
     });
+    connect(this, &DeadTimeInspector::proposalsChanged, this, &DeadTimeInspector::publishProposals);
     optionsChanged();
 }
 
 DeadTimeInspector::~DeadTimeInspector() {
     m_cancel.cancel();
     m_queue.reset();  // waits for a running analysis to stop
+}
+
+void DeadTimeInspector::publishProposals() {
+    // The timeline shows what would be cut or sped up while the list is up.
+    std::vector<project::TimeSegment> shown;
+    for (const auto& proposal : proposals()) {
+        shown.push_back({proposal.start, proposal.end, proposal.speed});
+    }
+    m_session.setDeadTimeProposals(std::move(shown));
 }
 
 const std::vector<editor::dead_time::Segment>& DeadTimeInspector::proposals() const {

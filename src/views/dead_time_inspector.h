@@ -46,6 +46,7 @@ signals:
     void proposalsChanged();
 
 private:
+    void publishProposals();
     void find();
     void cancel();
     void analysed(int generation, Result<editor::ActivityTimeline> timeline, double start,

@@ -60,6 +60,14 @@ Result<void> EditorSession::saveCaptions(const captions::CaptionTrack& track) {
     return {};
 }
 
+void EditorSession::setDeadTimeProposals(std::vector<project::TimeSegment> proposals) {
+    if (proposals == m_deadTime) {
+        return;
+    }
+    m_deadTime = std::move(proposals);
+    emit deadTimeProposalsChanged();
+}
+
 void EditorSession::reloadSideFiles() {
     const auto& folder = m_model.project().directory;
     std::optional<captions::CaptionTrack> track;

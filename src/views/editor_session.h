@@ -73,6 +73,11 @@ public:
     // Removes what is selected (zoom, segment, redaction, caption line or marker).
     bool removeSelection();
 
+    // Stretches a dead-time search proposes to cut or speed up, shown on the timeline until they
+    // are applied or dismissed (recording seconds, speed 0 for a cut).
+    const std::vector<project::TimeSegment>& deadTimeProposals() const { return m_deadTime; }
+    void setDeadTimeProposals(std::vector<project::TimeSegment> proposals);
+
     // Re-reads captions and markers (also done when the folder's files change).
     void reloadSideFiles();
 
@@ -85,6 +90,7 @@ signals:
     void playbackChanged();
     void selectionChanged();
     void sideFilesChanged();
+    void deadTimeProposalsChanged();
 
 private:
     void modelChanged();
@@ -94,6 +100,7 @@ private:
     redaction::RedactionEditor m_redactions;
     std::optional<captions::CaptionTrack> m_captions;
     std::vector<agent::DemoMarker> m_markers;
+    std::vector<project::TimeSegment> m_deadTime;
     double m_playhead = 0;
     bool m_playing = false;
     double m_rate = 1;

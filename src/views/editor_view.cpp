@@ -3,11 +3,11 @@
 #include <algorithm>
 
 #include <QHBoxLayout>
-#include <QToolButton>
 #include <QKeyEvent>
 #include <QScrollArea>
 #include <QSplitter>
 #include <QStyle>
+#include <QToolButton>
 #include <QVBoxLayout>
 
 #include "base/clock.h"

@@ -9,8 +9,8 @@
 #include <QTableView>
 #include <QVBoxLayout>
 
-#include "base/serial_queue.h"
 #include "analysis_parts.h"
+#include "base/serial_queue.h"
 #include "redaction/sensitive_scanner.h"
 #include "sensitive_proposal_model.h"
 

@@ -351,6 +351,32 @@ void drawBlocks(Painting& s) {
     }
 }
 
+// Proposed dead time, over the cuts row and the filmstrip: dashed outlines of what a search
+// would cut or speed up, until the proposals are applied or dismissed.
+void drawProposals(Painting& s) {
+    const auto& proposals = s.session.deadTimeProposals();
+    if (proposals.empty()) {
+        return;
+    }
+    QPainter& p = s.p;
+    p.save();
+    for (const auto& proposal : proposals) {
+        QColor hue = proposal.isCut() ? kCut : kSpeed;
+        QRectF rect = s.block(TimelineRow::Segments, {proposal.start, proposal.end});
+        p.setPen(QPen(hue, 1.5, Qt::DashLine));
+        p.setBrush(withAlpha(hue, 0.12));
+        p.drawRoundedRect(rect.adjusted(0.75, 0.75, -0.75, -0.75), 4, 4);
+        QRectF video = s.lane(TimelineRow::Frames);
+        p.fillRect(QRectF(rect.left(), video.top(), rect.width(), video.height()),
+                   withAlpha(hue, 0.22));
+        drawBlockText(s, rect,
+                      proposal.isCut() ? QObject::tr("Idle · cut")
+                                       : QObject::tr("Idle · %1×").arg(proposal.speed),
+                      s.colours.ink(hue));
+    }
+    p.restore();
+}
+
 void drawMarkers(Painting& s) {
     QPainter& p = s.p;
     const TimelineItems& items = *s.scene.items;
@@ -474,6 +500,7 @@ void paintTimeline(QPainter& painter, const TimelineScene& scene, const QPalette
     drawSound(s);
     painter.setFont(font);
     drawBlocks(s);
+    drawProposals(s);
     drawMarkers(s);
     drawTrim(s);
     painter.setFont(font);

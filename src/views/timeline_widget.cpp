@@ -61,6 +61,7 @@ TimelineWidget::TimelineWidget(EditorSession& session, QWidget* parent)
     connect(&m_session, &EditorSession::recipeChanged, this, refresh);
     connect(&m_session, &EditorSession::keptTimeChanged, this, refresh);
     connect(&m_session, &EditorSession::sideFilesChanged, this, refresh);
+    connect(&m_session, &EditorSession::deadTimeProposalsChanged, this, [this] { update(); });
     connect(&m_session, &EditorSession::selectionChanged, this, [this] {
         describeSelection();
         update();

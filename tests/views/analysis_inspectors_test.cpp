@@ -276,6 +276,9 @@ TEST_F(AnalysisInspectors, FindProposesAStillStretchAndApplyCutsItInOneStep) {
     EXPECT_GT(proposal.end, 2.0);
     EXPECT_LT(proposal.end, 3.2);
     EXPECT_EQ(proposal.speed, 0);
+    // The timeline shows the proposals while they are listed.
+    ASSERT_EQ(session.deadTimeProposals().size(), inspector.proposals().size());
+    EXPECT_EQ(session.deadTimeProposals().front().start, proposal.start);
     const double before = session.model().edits().outputDuration();
     const size_t steps = session.model().undoStack().size();
 
@@ -284,6 +287,7 @@ TEST_F(AnalysisInspectors, FindProposesAStillStretchAndApplyCutsItInOneStep) {
     EXPECT_NEAR(session.model().edits().outputDuration(), before - (proposal.end - proposal.start),
                 0.05);
     EXPECT_TRUE(inspector.proposals().empty());
+    EXPECT_TRUE(session.deadTimeProposals().empty());
     EXPECT_TRUE(named<QLabel>(inspector, "Dead time search message")->text().startsWith("Removed"));
 
     session.model().undo();

@@ -458,6 +458,7 @@ TEST_F(TimelineWidgetTest, PaintsEveryRowInLightAndDarkPalettes) {
     ASSERT_TRUE(agent::markers::save({{"Open settings", 0.5}, {"Dark mode", 5.2}},
                                      session->model().project().directory));
     session->reloadSideFiles();
+    session->setDeadTimeProposals({{1.2, 2.5, 4}, {8.4, 9.3, 0}});
     session->select({EditorSession::Kind::Zoom, 1});
     session->setPlayhead(5.6);
     // Wait for the strips to arrive so the pictures show them (no assertion on how long).
@@ -476,20 +477,21 @@ TEST_F(TimelineWidgetTest, PaintsEveryRowInLightAndDarkPalettes) {
     dark.setColor(QPalette::WindowText, QColor(232, 232, 236));
     dark.setColor(QPalette::Highlight, QColor(100, 140, 255));
     dark.setColor(QPalette::HighlightedText, Qt::white);
+    const QString folder = qEnvironmentVariable("QUILLO_VIEWS_SHOTS", "/tmp");
     for (auto [name, palette] : {std::pair{"light", light}, std::pair{"dark", dark}}) {
         timeline->setPalette(palette);
         QImage picture = timeline->grab().toImage();
         EXPECT_FALSE(picture.isNull());
-        picture.save(QString("/tmp/timeline_%1.png").arg(name));
+        picture.save(QString("%1/timeline_%2.png").arg(folder, name));
         QImage sharp(timeline->size() * 2, QImage::Format_ARGB32_Premultiplied);
         sharp.setDevicePixelRatio(2);
         sharp.fill(Qt::transparent);
         timeline->render(&sharp);
-        sharp.save(QString("/tmp/timeline_%1@2x.png").arg(name));
+        sharp.save(QString("%1/timeline_%2@2x.png").arg(folder, name));
     }
     timeline->zoomBy(6, timeline->layout().x(5.6));
     (void)QTest::qWaitFor([&] { return timeline->filmstripSettled(); }, 20000);
-    timeline->grab().save("/tmp/timeline_dark_zoomed.png");
+    timeline->grab().save(folder + "/timeline_dark_zoomed.png");
 }
 
 }  // namespace
