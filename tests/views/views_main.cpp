@@ -12,9 +12,10 @@ int main(int argc, char** argv) {
     testing::InitGoogleTest(&argc, argv);
     QApplication application(argc, argv);
     // Tests that take pictures of the views write them here, for a person to look at.
-    if (QString shots = qEnvironmentVariable("QUILLO_VIEWS_SHOTS"); !shots.isEmpty()) {
-        QDir().mkpath(shots);
+    if (qEnvironmentVariableIsEmpty("QUILLO_VIEWS_SHOTS")) {
+        qputenv("QUILLO_VIEWS_SHOTS", QUILLO_VIEWS_SHOTS_DIR);
     }
+    QDir().mkpath(qEnvironmentVariable("QUILLO_VIEWS_SHOTS"));
     quillo::views::QtMainQueue mainQueue;
     quillo::MainQueue::install(&mainQueue);
     int result = RUN_ALL_TESTS();
