@@ -286,6 +286,9 @@ void CaptureSession::pick(bool window, double timeout) {
                 return;
             }
             m_picking = false;
+            while (auto notice = m_backend->takeNotice()) {
+                send("notice", {{"message", *notice}});
+            }
             if (!picked) {
                 send("previewError", {{"message", picked.error().message}});
             } else if (!*picked) {

@@ -61,7 +61,10 @@ public:
 
     void setOnEvent(EventHandler handler) { m_onEvent = std::move(handler); }
     // Used by the next preview().
-    void setSettings(const Settings& settings) { m_settings = settings; }
+    void setSettings(const Settings& settings) {
+        m_settings = settings;
+        m_backend->setFrameRate(settings.fps);
+    }
     DisplayBackend& backend() { return *m_backend; }
     const std::shared_ptr<DisplayBackend>& sharedBackend() const { return m_backend; }
 

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "base/log.h"
+#include "portal/portal_backend.h"
 #include "x11/x11_backend.h"
 
 namespace quillo::capture {
@@ -15,6 +16,13 @@ std::shared_ptr<DisplayBackend> makeDisplayBackend() {
     std::string choice = variable != nullptr ? variable : "";
     if (choice == "none") {
         return makeNullBackend();
+    }
+    const char* wayland = std::getenv("WAYLAND_DISPLAY");
+    const char* session = std::getenv("XDG_SESSION_TYPE");
+    bool onWayland = (wayland != nullptr && *wayland != 0) ||
+                     (session != nullptr && std::string(session) == "wayland");
+    if (choice == "portal" || (choice != "x11" && onWayland)) {
+        return portal::makePortalBackend();
     }
     if (auto backend = x11::makeX11Backend()) {
         return backend;

@@ -41,7 +41,7 @@ class DisplayBackend {
 public:
     virtual ~DisplayBackend() = default;
 
-    // "x11", "none".
+    // "x11", "portal", "none".
     virtual std::string name() const = 0;
 
     // Top-level windows of apps, front to back where known. Quillo's own windows are listed
@@ -70,13 +70,23 @@ public:
     // backends that can't do nothing.
     virtual void activate(uint32_t /*id*/) {}
 
+    // True when the pointer is part of the captured picture (a portal that can only embed
+    // it), so the recording must not draw a second one.
+    virtual bool pointerInPicture() const { return false; }
+    // The most frames a second the session will take; backends that push frames ask for no
+    // more than that.
+    virtual void setFrameRate(int /*fps*/) {}
+    // Something the user should read about the last choice of source (once each), if any.
+    virtual std::optional<std::string> takeNotice() { return std::nullopt; }
+
     virtual Result<std::unique_ptr<ScreenGrabber>> grabber() = 0;
     virtual Result<std::unique_ptr<InputWatcher>> watchInput(
         std::function<void(const InputEvent&)> onInput) = 0;
 };
 
-// The backend for this session: X11 when a display is reachable (or QUILLO_CAPTURE=x11), else
-// the null backend. Never null.
+// The backend for this session: the portal on a Wayland session (WAYLAND_DISPLAY, or
+// XDG_SESSION_TYPE=wayland), X11 when a display is reachable, else the null backend;
+// QUILLO_CAPTURE=x11|portal|none overrides. Never null.
 std::shared_ptr<DisplayBackend> makeDisplayBackend();
 
 // A backend without a display: no windows, no monitors, every action fails with

@@ -1,0 +1,25 @@
+#pragma once
+
+// The Wayland capture backend's messages, in one place.
+
+namespace quillo::capture::portal::texts {
+
+inline constexpr const char* kNoPortal =
+    "Screen sharing isn't available on this desktop. Install xdg-desktop-portal and your "
+    "desktop's portal (for example xdg-desktop-portal-gnome, -kde or -wlr), then try again.";
+inline constexpr const char* kPortalFailed =
+    "The desktop couldn't start screen sharing. Try again.";
+inline constexpr const char* kOnlyDisplays =
+    "This desktop shares only whole displays. Choose a display instead.";
+inline constexpr const char* kOnlyWindows =
+    "This desktop shares only single windows. Choose a window instead.";
+inline constexpr const char* kNoResize =
+    "Wayland doesn't let Quillo resize another app's window. Resize it yourself, then go on.";
+inline constexpr const char* kChoiceForgotten =
+    "The desktop no longer remembers the window or display you shared, so it asks once more.";
+inline constexpr const char* kChoiceDamaged =
+    "The saved screen-sharing choice couldn't be read, so the desktop asks once more.";
+inline constexpr const char* kSharedWindow = "Shared window";
+inline constexpr const char* kSharedDisplay = "Shared display";
+
+}  // namespace quillo::capture::portal::texts
