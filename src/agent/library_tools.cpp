@@ -100,6 +100,9 @@ void addLibraryTools(const AddTool& add, const ToolContext& context) {
                     {"finishedDuration", editor.edits().outputDuration()},
                     {"cursor", editor.cursorTrack().has_value()},
                     {"camera", fs::exists(editor.project().file(project::LocalProject::kCamera))}};
+                if (editor.cursorTrack() && editor.cursorTrack()->pointerInPicture) {
+                    details["pointerInPicture"] = true;
+                }
                 details.update(clicksAndTyping(editor.cursorTrack()));
                 return Content{jsonItem(details)};
             });

@@ -19,6 +19,7 @@
 #include "redaction/redaction.h"
 #include "studio_model.h"
 #include "studio_texts.h"
+#include "toggle_recording.h"
 #include "views/run_studio.h"
 
 #ifndef QUILLO_VERSION
@@ -32,6 +33,7 @@ using namespace quillo;
 constexpr const char* kUsage =
     "Usage: quillo [--headless]\n"
     "       quillo --mcp\n"
+    "       quillo --toggle-recording\n"
     "       quillo inspect FOLDER\n"
     "       quillo export FOLDER [--preset ID] [--format mp4|gif] [--size original|1080p|720p]\n"
     "                            [--reframe fit|follow] [--out PATH]\n"
@@ -45,6 +47,9 @@ constexpr const char* kUsage =
     "  --headless      start without windows, serving the agent tools (MCP over HTTP)\n"
     "  --mcp           MCP over standard input and output, relayed to the running Quillo\n"
     "                  (started headless when it is not running)\n"
+    "  --toggle-recording\n"
+    "                  start or stop a recording in the running Quillo (for a desktop\n"
+    "                  shortcut; starts Quillo when it is not running)\n"
     "  inspect FOLDER  check a recording's folder: title, duration, kept pieces\n"
     "  export FOLDER   render the finished video (MP4 or GIF) with the recording's edits\n"
     "  render-frame    write the finished frame at a recording time as a PNG\n"
@@ -143,6 +148,9 @@ int main(int argc, char** argv) {
     }
     if (command == "--mcp") {
         return agent::MCPBridge(supportFolder() / "mcp.json").run();
+    }
+    if (command == "--toggle-recording") {
+        return app::toggleRecording(supportFolder() / "mcp.json", std::cout, std::cerr);
     }
     if (command == "--headless" || (command.empty() && !views::displayAvailable())) {
         return runHeadless();

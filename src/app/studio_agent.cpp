@@ -157,6 +157,19 @@ Result<Json> StudioModel::startRecording() {
     std::optional<AppError> refused;
     uint64_t attempt = 0;
     double countdown = 0;
+    // Without a source, one the desktop remembers (from this run or an earlier one) is shared
+    // again without asking.
+    std::optional<bool> remembered;
+    onMain([&] {
+        if (!m_source && m_state == RecordingState::Idle) {
+            remembered = m_capture->backend().rememberedChoice();
+        }
+    });
+    if (remembered) {
+        if (auto chosen = chooseSource(*remembered, 30); !chosen) {
+            return chosen.error();
+        }
+    }
     onMain([&] {
         if (!m_source) {
             refused = AppError(agent::texts::kNoSource);

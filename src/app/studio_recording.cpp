@@ -153,6 +153,9 @@ void StudioModel::didStart(double startTime) {
         m_capture->sharedBackend(), m_main, std::move(sources), capture::makeCaretLocator());
     m_cursor->begin(m_current->directory, m_preferences.get(prefs::smoothCursor),
                     m_capture->pixelsPerPoint(), startTime);
+    if (!m_cursor->inputNotice().empty()) {
+        setMessage(message() + " " + m_cursor->inputNotice());
+    }
     m_menuBarElapsed = clock(0);
     m_ticker = std::make_unique<RepeatingTimer>(m_main, 0.5, [this] {
         m_menuBarElapsed = clock(elapsed(monotonicSeconds()));

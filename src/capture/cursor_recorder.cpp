@@ -94,6 +94,9 @@ void CursorRecorder::begin(const fs::path& directory, bool layered, double pixel
     m_pixelsPerPoint = pixelsPerPoint;
     m_track = {};
     m_track.layered = layered;
+    if (m_backend->pointerInPicture()) {
+        m_track.pointerInPicture = true;
+    }
     m_track.pixelsPerPoint = pixelsPerPoint;
     m_lastCheckpoint = monotonicSeconds();
     if (m_caretLocator) {
@@ -117,6 +120,7 @@ void CursorRecorder::begin(const fs::path& directory, bool layered, double pixel
         m_watcher = std::move(*watcher);
     } else {
         logError("app.quillo.cursor", "no input watcher: " + watcher.error().message);
+        m_inputNotice = watcher.error().message;
     }
     m_timer = std::make_unique<RepeatingTimer>(m_main, kSampleInterval, [this] { sample(); });
 }

@@ -53,6 +53,8 @@ public:
                double startTime);
     // Seconds since the start; 0 before begin.
     double elapsed() const;
+    // Why clicks and keys aren't being recorded, after begin; empty when they are.
+    const std::string& inputNotice() const { return m_inputNotice; }
     // Agent input at a unit point: the recorded pointer stays there for a while, and a click
     // is recorded when `click` is set.
     void inject(Point point, bool click);
@@ -94,6 +96,7 @@ private:
 
     std::shared_ptr<bool> m_alive = std::make_shared<bool>(true);
     std::unique_ptr<InputWatcher> m_watcher;
+    std::string m_inputNotice;
     std::unique_ptr<RepeatingTimer> m_timer;
     std::unique_ptr<CaretLocator> m_caretLocator;  // used on the caret queue only
     std::unique_ptr<SerialQueue> m_caretQueue;     // "app.quillo.caret"; last, joined first

@@ -76,6 +76,9 @@ public:
     // The most frames a second the session will take; backends that push frames ask for no
     // more than that.
     virtual void setFrameRate(int /*fps*/) {}
+    // The kind of source (window: true) the desktop can share again without asking, as chosen
+    // last, possibly by an earlier run; none when the user must choose.
+    virtual std::optional<bool> rememberedChoice() { return std::nullopt; }
     // Something the user should read about the last choice of source (once each), if any.
     virtual std::optional<std::string> takeNotice() { return std::nullopt; }
 

@@ -43,6 +43,7 @@ CursorTrack readTrack(JsonReader& r) {
     track.samples = r.list("samples", readSample);
     track.clicks = r.list("clicks", readSample);
     track.layered = r.optionalBoolean("layered");
+    track.pointerInPicture = r.optionalBoolean("pointerInPicture");
     track.pixelsPerPoint = r.optionalReal("pixelsPerPoint");
     track.shapes = r.optionalList("shapes", readShape);
     track.typing = r.optionalList("typing", readSample);
@@ -132,6 +133,7 @@ Json toJson(const CursorTrack& track) {
                  {"samples", toJsonList(track.samples)},
                  {"clicks", toJsonList(track.clicks)}};
     putOptional(json, "layered", track.layered);
+    putOptional(json, "pointerInPicture", track.pointerInPicture);
     putOptional(json, "pixelsPerPoint", track.pixelsPerPoint);
     if (track.shapes) {
         json["shapes"] = toJsonList(*track.shapes);

@@ -42,6 +42,9 @@ struct CursorTrack {
     std::vector<CursorSample> samples;
     std::vector<CursorSample> clicks;
     std::optional<bool> layered;
+    // The pointer is part of the recorded picture (the desktop could not leave it out), so
+    // no second one is drawn over it.
+    std::optional<bool> pointerInPicture;
     std::optional<double> pixelsPerPoint;
     std::optional<std::vector<CursorShape>> shapes;
     std::optional<std::vector<CursorSample>> typing;

@@ -131,7 +131,8 @@ Result<std::optional<CursorRenderer>> CursorRenderer::load(const fs::path& folde
 }
 
 bool CursorRenderer::drawsCursor(const std::optional<CursorStyle>& style) const {
-    return style.value_or(CursorStyle{}).visible && !m_track.samples.empty();
+    return style.value_or(CursorStyle{}).visible && !m_track.samples.empty() &&
+           !m_track.pointerInPicture.value_or(false);
 }
 
 std::optional<Point> CursorRenderer::camera(double t,

@@ -55,8 +55,14 @@ CursorInspector::CursorInspector(EditorSession& session, QWidget* parent)
     formRow(form, tr("Size"), m_size);
     formRow(form, tr("Smoothing"), m_smoothing);
     form->addRow(m_idle);
-    if (!session.model().cursorTrack()) {
-        auto* note = new QLabel(tr("This recording has no separately recorded cursor."), this);
+    const auto& track = session.model().cursorTrack();
+    bool inPicture = track && track->pointerInPicture.value_or(false);
+    if (!track || inPicture) {
+        auto* note = new QLabel(
+            inPicture ? tr("The desktop recorded the pointer as part of the picture, so it "
+                           "can't be restyled, smoothed or hidden here.")
+                      : tr("This recording has no separately recorded cursor."),
+            this);
         note->setWordWrap(true);
         note->setForegroundRole(QPalette::PlaceholderText);
         form->addRow(note);

@@ -12,6 +12,7 @@
 
 #include "base/log.h"
 #include "base/paths.h"
+#include "kernel_input.h"
 #include "pipewire_stream.h"
 #include "portal_texts.h"
 #include "restore_tokens.h"
@@ -75,8 +76,10 @@ public:
     bool changed(const Rect& area) override {
         auto share = m_state->share();
         FramePtr frame = share ? share->stream->latest() : nullptr;
-        bool changed = !frame || frame->serial != m_lastSerial || area != m_lastArea;
-        return changed;
+        if (!frame) {
+            return m_lastSerial != 0 || area != m_lastArea || !m_waited;
+        }
+        return frame->serial != m_lastSerial || area != m_lastArea;
     }
 
     Result<FramePtr> grab(const Rect& area, bool drawCursor) override {
@@ -84,8 +87,15 @@ public:
         if (!share) {
             return AppError("Choose a source before recording.");
         }
-        if (!share->stream->waitForFirstFrame(2)) {
-            return AppError("The screen cast sent no picture yet.");
+        // Some compositors send the first picture only when the screen next changes; until
+        // then the source shows as black, so a still screen can be recorded at once.
+        if (!share->stream->waitForFirstFrame(m_waited ? 0 : 0.5)) {
+            m_waited = true;
+            Size size = share->stream->size();
+            m_lastSerial = 0;
+            m_lastArea = area;
+            return FramePtr(makeFrame(std::max(2, static_cast<int>(size.width)),
+                                      std::max(2, static_cast<int>(size.height)), 0));
         }
         FramePtr frame = share->stream->latest();
         m_lastSerial = frame->serial;
@@ -119,6 +129,7 @@ private:
     std::shared_ptr<State> m_state;
     uint64_t m_lastSerial = 0;
     Rect m_lastArea;
+    bool m_waited = false;  // for the first picture, once
 };
 
 class PortalBackend final : public DisplayBackend {
@@ -230,6 +241,8 @@ public:
             share->window ? SourceRef::Kind::Window : SourceRef::Kind::Display, share->id});
     }
 
+    std::optional<bool> rememberedChoice() override { return m_tokens.last(); }
+
     std::optional<std::string> takeNotice() override {
         std::lock_guard lock(m_state->mutex);
         if (m_notices.empty()) {
@@ -279,8 +292,8 @@ private:
 };
 
 Result<std::unique_ptr<InputWatcher>> PortalBackend::watchInput(
-    std::function<void(const InputEvent&)>) {
-    return AppError("Clicks and keys can't be recorded on this desktop yet.");
+    std::function<void(const InputEvent&)> onInput) {
+    return watchKernelInput(std::move(onInput));
 }
 
 }  // namespace

@@ -19,6 +19,11 @@ inline constexpr const char* kChoiceForgotten =
     "The desktop no longer remembers the window or display you shared, so it asks once more.";
 inline constexpr const char* kChoiceDamaged =
     "The saved screen-sharing choice couldn't be read, so the desktop asks once more.";
+inline constexpr const char* kNoInputAccess =
+    "Clicks and keys aren't recorded: reading them on Wayland needs your user in the \"input\" "
+    "group (sudo usermod -aG input $USER, then log out and back in).";
+inline constexpr const char* kNoInputDevices =
+    "Clicks and keys aren't recorded: no input devices were found.";
 inline constexpr const char* kSharedWindow = "Shared window";
 inline constexpr const char* kSharedDisplay = "Shared display";
 

@@ -61,6 +61,7 @@ void RestoreTokens::set(bool window, const std::string& token) {
         json.erase(keyFor(window));
     } else {
         json[keyFor(window)] = token;
+        json["last"] = keyFor(window);
     }
     std::error_code error;
     std::filesystem::create_directories(m_file.parent_path(), error);
@@ -68,6 +69,20 @@ void RestoreTokens::set(bool window, const std::string& token) {
         logError("app.quillo.capture",
                  "couldn't keep the screen-sharing token: " + written.error().message);
     }
+}
+
+std::optional<bool> RestoreTokens::last() {
+    auto text = readFile(m_file);
+    auto json = text ? parseJson(*text) : Result<Json>(text.error());
+    if (!json || !json->is_object()) {
+        return std::nullopt;
+    }
+    // Without a note of the last kind, the one kind kept.
+    bool window = json->value("last", json->contains("window") ? "window" : "display") == "window";
+    if (!json->contains(keyFor(window))) {
+        return std::nullopt;
+    }
+    return window;
 }
 
 bool RestoreTokens::takeDamaged() { return std::exchange(m_damaged, false); }

@@ -20,6 +20,8 @@ public:
     // Keeps `token` (empty forgets it), written whole.
     void set(bool window, const std::string& token);
     bool takeDamaged();
+    // The kind (window: true) of the last choice whose token is kept.
+    std::optional<bool> last();
 
 private:
     std::filesystem::path m_file;

@@ -104,10 +104,8 @@ void started(GObject* object, GAsyncResult* result, gpointer data) {
     if (g_variant_lookup(properties, "size", "(ii)", &width, &height)) {
         made->size = {static_cast<double>(width), static_cast<double>(height)};
     }
-    uint32_t sourceType = 0;
-    if (g_variant_lookup(properties, "source_type", "u", &sourceType)) {
-        made->window = sourceType == 2;
-    }
+    // The session asked for one kind of source, so its stream is of that kind ("source_type"
+    // is not to be trusted: some portals send the kind's bit shifted once more).
     g_variant_unref(properties);
     if (char* token = xdp_session_get_restore_token(session)) {
         made->restoreToken = token;
