@@ -204,7 +204,8 @@ private:
     std::optional<double> m_pausedSince;  // steady-clock time the pause began
     double m_pausedTotal = 0;
     bool m_stopRequested = false;
-    std::string m_startNotice;  // a notice while starting (no sound), kept in the status
+    std::string m_startNotice;   // a notice while starting (no sound), kept in the status
+    std::string m_sourceNotice;  // one that came with the source's choice, kept until then
     bool m_quitting = false;
     std::optional<std::string> m_lastSaved;
     uint64_t m_attempt = 0;

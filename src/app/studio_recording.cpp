@@ -2,6 +2,7 @@
 // capture layer's events.
 
 #include <cmath>
+#include <utility>
 
 #include "base/clock.h"
 #include "base/repeating_timer.h"
@@ -80,7 +81,7 @@ void StudioModel::start() {
     m_choosing = false;
     m_hasError = false;
     m_stopRequested = false;
-    m_startNotice.clear();
+    m_startNotice = std::exchange(m_sourceNotice, "");
     ++m_attempt;
     // Step aside: the recorded app comes to the front (there is no studio window to hide yet).
     if (m_preferences.get(prefs::stepAside) && m_source->kind == "window") {
@@ -298,7 +299,9 @@ void StudioModel::receive(const std::string& event, const Json& info) {
         changed();
     } else if (event == "notice") {
         if (m_state == RecordingState::Starting) {
-            m_startNotice = text("message");
+            m_startNotice += (m_startNotice.empty() ? "" : " ") + text("message");
+        } else if (m_state == RecordingState::Idle) {
+            m_sourceNotice = text("message");
         }
         setMessage(text("message"));
     } else if (event == "message") {

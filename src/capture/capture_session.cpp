@@ -286,15 +286,16 @@ void CaptureSession::pick(bool window, double timeout) {
                 return;
             }
             m_picking = false;
-            while (auto notice = m_backend->takeNotice()) {
-                send("notice", {{"message", *notice}});
-            }
             if (!picked) {
                 send("previewError", {{"message", picked.error().message}});
             } else if (!*picked) {
                 send("cancelled");
             } else if (auto shown = preview(**picked); !shown) {
                 send("previewError", {{"message", shown.error().message}});
+            }
+            // After the choice's own events, so the notice is what the status line shows.
+            while (auto notice = m_backend->takeNotice()) {
+                send("notice", {{"message", *notice}});
             }
         });
     });

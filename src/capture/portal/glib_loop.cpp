@@ -47,6 +47,10 @@ GlibLoop::GlibLoop() {
 
 GlibLoop::~GlibLoop() {
     post([loop = m_loop] { g_main_loop_quit(loop); });
+    if (std::this_thread::get_id() == m_thread.get_id()) {
+        m_thread.detach();  // the last owner let go in one of the loop's own callbacks
+        return;
+    }
     m_thread.join();
     g_main_loop_unref(m_loop);
     g_main_context_unref(m_context);

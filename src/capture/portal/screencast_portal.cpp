@@ -47,7 +47,7 @@ std::optional<uint32_t> screenCastProperty(GDBusConnection* bus, const char* nam
 // What the start of a session hands back to the waiting caller.
 struct Starting {
     std::promise<Result<std::optional<std::unique_ptr<ScreenCastSession>>>> answer;
-    GlibLoop* loop = nullptr;
+    std::shared_ptr<GlibLoop> loop;
     GCancellable* cancellable = nullptr;
     bool window = false;
     bool cursorMetadata = false;
@@ -96,7 +96,7 @@ void started(GObject* object, GAsyncResult* result, gpointer data) {
                                   found ? "no PipeWire remote" : "the portal started no stream"));
         return;
     }
-    auto made = std::make_unique<ScreenCastSession>(*starting->loop, session, fd);
+    auto made = std::make_unique<ScreenCastSession>(starting->loop, session, fd);
     made->node = node;
     made->window = starting->window;
     made->cursorMetadata = starting->cursorMetadata;
@@ -130,8 +130,8 @@ void created(GObject* object, GAsyncResult* result, gpointer data) {
 
 // --- sessions
 
-ScreenCastSession::ScreenCastSession(GlibLoop& loop, XdpSession* session, int fd)
-    : m_loop(loop), m_session(session), m_fd(fd) {
+ScreenCastSession::ScreenCastSession(std::shared_ptr<GlibLoop> loop, XdpSession* session, int fd)
+    : m_loop(std::move(loop)), m_session(session), m_fd(fd) {
     // Made on the portal thread, where the signal is delivered.
     auto* flag = new std::shared_ptr<bool>(m_closed);
     m_closedHandler = g_signal_connect_data(
@@ -146,7 +146,7 @@ ScreenCastSession::~ScreenCastSession() {
     if (m_fd >= 0) {
         close(m_fd);
     }
-    m_loop.run([session = m_session, handler = m_closedHandler] {
+    m_loop->run([session = m_session, handler = m_closedHandler] {
         g_signal_handler_disconnect(session, handler);
         if (xdp_session_get_session_state(session) == XDP_SESSION_ACTIVE) {
             xdp_session_close(session);
@@ -157,7 +157,7 @@ ScreenCastSession::~ScreenCastSession() {
 
 bool ScreenCastSession::closed() const {
     bool closed = false;
-    m_loop.run([&] { closed = *m_closed; });
+    m_loop->run([&] { closed = *m_closed; });
     return closed;
 }
 
@@ -180,7 +180,7 @@ Result<std::unique_ptr<ScreenCastPortal>> ScreenCastPortal::connect() {
         return AppError(texts::kNoPortal, "the ScreenCast portal does not answer");
     }
     made->m_offer = {*sources, *cursors, version.value_or(1)};
-    made->m_loop = std::make_unique<GlibLoop>();
+    made->m_loop = std::make_shared<GlibLoop>();
     made->m_loop->run([&] { made->m_portal = xdp_portal_new(); });
     if (made->m_portal == nullptr) {
         return AppError(texts::kNoPortal, "xdp_portal_new failed");
@@ -200,7 +200,7 @@ ScreenCastPortal::~ScreenCastPortal() {
 Result<std::optional<std::unique_ptr<ScreenCastSession>>> ScreenCastPortal::start(
     bool window, const std::string& token, double timeout, CancelToken cancel) {
     auto* starting = new Starting();
-    starting->loop = m_loop.get();
+    starting->loop = m_loop;
     starting->window = window;
     starting->cursorMetadata = m_offer.cursorMetadata();
     starting->cancellable = g_cancellable_new();
@@ -250,11 +250,8 @@ bool ScreenCastPortal::remembers(const std::string& token) {
         g_variant_unref(reply);
         return true;
     }
-    bool notFound = false;
-    if (gchar* name = g_dbus_error_get_remote_error(error)) {
-        notFound = std::string(name).find("NotFound") != std::string::npos;
-        g_free(name);
-    }
+    // The store's NotFound arrives as an unregistered D-Bus error, named in the message.
+    bool notFound = std::string(error->message).find("Error.NotFound") != std::string::npos;
     logInfo(kLog, std::string("permission store lookup: ") + error->message);
     g_error_free(error);
     return !notFound;

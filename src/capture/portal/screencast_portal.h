@@ -36,7 +36,8 @@ struct ScreenCastOffer {
 // ends the stream for the compositor too.
 class ScreenCastSession {
 public:
-    ScreenCastSession(GlibLoop& loop, XdpSession* session, int fd);
+    // Keeps the portal thread alive for as long as it needs it.
+    ScreenCastSession(std::shared_ptr<GlibLoop> loop, XdpSession* session, int fd);
     ~ScreenCastSession();
     ScreenCastSession(const ScreenCastSession&) = delete;
     ScreenCastSession& operator=(const ScreenCastSession&) = delete;
@@ -51,7 +52,7 @@ public:
     bool closed() const;
 
 private:
-    GlibLoop& m_loop;
+    std::shared_ptr<GlibLoop> m_loop;
     XdpSession* m_session;
     int m_fd;
     std::shared_ptr<bool> m_closed = std::make_shared<bool>(false);  // portal thread only
@@ -83,7 +84,7 @@ public:
 
 private:
     ScreenCastPortal() = default;
-    std::unique_ptr<GlibLoop> m_loop;
+    std::shared_ptr<GlibLoop> m_loop;
     XdpPortal* m_portal = nullptr;
     ScreenCastOffer m_offer;
 };

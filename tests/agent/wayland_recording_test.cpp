@@ -1,0 +1,267 @@
+// Records a headless Wayland desktop end to end: `quillo --headless` with no X display, on sway
+// with the ScreenCast portal, driven through its control server while a terminal is typed into;
+// then the saved recording, its rendered frame and its export. Also the portal's restore token
+// across processes (kept, damaged, refused) and a killed recording recovered at the next start.
+
+#include <chrono>
+#include <filesystem>
+#include <signal.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include "agent/mcp_bridge.h"
+#include "base/files.h"
+#include "base/json.h"
+#include "redaction/sensitive_scanner.h"
+#include "support/movies.h"
+#include "support/temp_folder.h"
+#include "support/wayland_session.h"
+
+namespace quillo::agent {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::TempFolder;
+
+// Seconds of video in a movie, counted frame by frame.
+double playedSeconds(const fs::path& file) {
+    auto json = parseJson(
+        testing::commandOutput("ffprobe -v error -select_streams v:0 -count_frames -show_entries "
+                               "stream=nb_read_frames,r_frame_rate -of json '" +
+                               file.string() + "'"));
+    if (!json || (*json)["streams"].empty()) {
+        return 0;
+    }
+    const Json& info = (*json)["streams"][0];
+    std::string rate = info.value("r_frame_rate", std::string("30/1"));
+    double fps =
+        std::stod(rate.substr(0, rate.find('/'))) / std::stod(rate.substr(rate.find('/') + 1));
+    return std::stoi(info.value("nb_read_frames", std::string("0"))) / fps;
+}
+
+// A tool's answer through the control server: its JSON item (or its text) and whether it failed.
+struct Answer {
+    Json item;
+    std::string text;
+    bool failed = true;
+};
+
+class WaylandRecording : public ::testing::Test {
+protected:
+    void SetUp() override {
+        std::string why;
+        session = testing::WaylandSession::start({}, why);
+        if (!session) {
+            GTEST_SKIP() << "no headless Wayland desktop: " << why;
+        }
+        testing::isolateHome(environment, home.path());
+        environment.set("QUILLO_LIBRARY", (home / "Library").string());
+        environment.set("QUILLO_SUPPORT", (home / "Support").string());
+        environment.set("QUILLO_SELFTEST", "1");
+        environment.set("QUILLO_CAPTURE", std::nullopt);
+        environment.set("PULSE_SERVER", "unix:/nonexistent");
+        terminal =
+            session->spawn({"foot", "--app-id", "demo-term", "-o", "font=monospace:size=28", "-o",
+                            "colors.background=ffffff", "-o", "colors.foreground=000000"});
+        ASSERT_TRUE(session->waitForWindow("demo-term")) << "foot did not show";
+    }
+
+    void TearDown() override { stopQuillo(SIGTERM); }
+
+    void startQuillo() {
+        fs::remove(home / "Support" / "mcp.json");
+        quillo = fork();
+        if (quillo == 0) {
+            execl(QUILLO_EXECUTABLE, QUILLO_EXECUTABLE, "--headless", nullptr);
+            _exit(127);
+        }
+        for (int i = 0; i < 200 && !fs::exists(home / "Support" / "mcp.json"); ++i) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        }
+        ASSERT_TRUE(fs::exists(home / "Support" / "mcp.json")) << "quillo did not publish mcp.json";
+    }
+
+    void stopQuillo(int signal) {
+        if (quillo > 0) {
+            kill(quillo, signal);
+            waitpid(quillo, nullptr, 0);
+            quillo = -1;
+        }
+    }
+
+    Answer tool(const std::string& name, const Json& arguments = Json::object()) {
+        MCPBridge bridge(home / "Support" / "mcp.json");
+        Json request = {{"jsonrpc", "2.0"},
+                        {"id", 1},
+                        {"method", "tools/call"},
+                        {"params", {{"name", name}, {"arguments", arguments}}}};
+        Answer answer;
+        auto reply = bridge.relay(toCompactJson(request));
+        auto json = reply ? parseJson(*reply) : Result<Json>(AppError("no answer"));
+        if (!json || !json->contains("result")) {
+            answer.text = reply.value_or("no answer");
+            return answer;
+        }
+        const Json& result = (*json)["result"];
+        answer.failed = result.value("isError", false);
+        const Json& first = result["content"][0];
+        answer.text = first.value("text", first.value("data", ""));
+        answer.item = parseJson(answer.text).value_or(Json());
+        return answer;
+    }
+
+    // Lines typed into the terminal, one every `interval` seconds.
+    void typeLines(int count, double interval) {
+        for (int i = 0; i < count; ++i) {
+            session->type("echo line " + std::to_string(i) + "\n");
+            std::this_thread::sleep_for(std::chrono::duration<double>(interval));
+        }
+    }
+
+    fs::path tokens() { return home / "Support" / "screencast-tokens.json"; }
+
+    TempFolder home;
+    testing::ScopedEnvironment environment;
+    std::unique_ptr<testing::WaylandSession> session;
+    pid_t terminal = -1;
+    pid_t quillo = -1;
+};
+
+TEST_F(WaylandRecording, AnAgentRecordsTheScreenAndTheExportShowsTheTyping) {
+    startQuillo();
+    Answer chosen = tool("choose_source", {{"kind", "display"}});
+    ASSERT_FALSE(chosen.failed) << chosen.text;
+    EXPECT_EQ(chosen.item["capture"], "portal");
+    EXPECT_EQ(chosen.item["source"]["kind"], "display");
+    EXPECT_EQ(chosen.item["screenshotSize"]["width"], 1920);
+
+    Answer started = tool("start_recording");
+    ASSERT_FALSE(started.failed) << started.text;
+    // No input group here: the recording goes on without clicks and keys, and says so.
+    EXPECT_NE(started.item["message"].get<std::string>().find("Clicks and keys aren't recorded"),
+              std::string::npos);
+    session->type("echo demo@quillo.dev\n");
+    pid_t form = session->spawn({QUILLO_GTK_ENTRY, "Demo form"});
+    ASSERT_TRUE(session->waitForWindow("Demo form"));
+    std::this_thread::sleep_for(std::chrono::seconds(2));
+    Answer stopped = tool("stop_recording");
+    ASSERT_FALSE(stopped.failed) << stopped.text;
+    session->stop(form);
+    std::string id = stopped.item["id"];
+
+    Answer recording = tool("get_recording", {{"id", id}});
+    ASSERT_FALSE(recording.failed) << recording.text;
+    EXPECT_EQ(recording.item["size"]["width"], 1920);
+    // This portal can only draw the pointer into the picture, and the recording says so.
+    EXPECT_EQ(recording.item.value("pointerInPicture", false), true);
+    double duration = recording.item["duration"];
+    EXPECT_GT(duration, 2.0);
+
+    // The frame near the end shows the typed address, read back by text recognition.
+    Answer frame = tool("render_frame", {{"id", id}, {"time", duration - 0.2}});
+    ASSERT_FALSE(frame.failed) << frame.text.substr(0, 200);
+    ASSERT_TRUE(writeFileAtomically(home / "frame.b64", frame.text));
+    testing::commandOutput("base64 -d '" + (home / "frame.b64").string() + "' > '" +
+                           (home / "frame.jpg").string() + "'");
+    testing::ffmpeg("-i '" + (home / "frame.jpg").string() + "' -f rawvideo -pix_fmt bgra",
+                    home / "frame.raw");
+    auto size = parseJson(
+        testing::commandOutput("ffprobe -v error -show_entries stream=width,height -of json '" +
+                               (home / "frame.jpg").string() + "'"));
+    ASSERT_TRUE(size && !(*size)["streams"].empty());
+    media::VideoFrame picture;
+    picture.width = (*size)["streams"][0]["width"];
+    picture.height = (*size)["streams"][0]["height"];
+    picture.stride = picture.width * 4;
+    auto bytes = readFile(home / "frame.raw");
+    ASSERT_TRUE(bytes);
+    picture.pixels.assign(bytes->begin(), bytes->end());
+    redaction::SensitiveScanner scanner(1);
+    auto findings = scanner.recognize(picture);
+    ASSERT_TRUE(findings) << findings.error().message;
+    bool seen = false;
+    for (const auto& finding : *findings) {
+        seen = seen || finding.text.find("demo@quillo.dev") != std::string::npos;
+    }
+    EXPECT_TRUE(seen) << "the typed address is not in the rendered frame";
+
+    fs::path exported = home / "demo.mp4";
+    testing::commandOutput(std::string(QUILLO_EXECUTABLE) + " export '" + id + "' --out '" +
+                           exported.string() + "'");
+    EXPECT_NEAR(playedSeconds(exported), recording.item["finishedDuration"].get<double>(), 0.15);
+}
+
+TEST_F(WaylandRecording, TheNextProcessSharesAgainWithoutAskingAndBadTokensFallBack) {
+    startQuillo();
+    ASSERT_FALSE(tool("choose_source", {{"kind", "display"}}).failed);
+    stopQuillo(SIGTERM);
+    auto kept = readFile(tokens());
+    ASSERT_TRUE(kept) << "no restore token was kept";
+    EXPECT_EQ(fs::status(tokens()).permissions() & fs::perms::all,
+              fs::perms::owner_read | fs::perms::owner_write);
+
+    // A new process records straight away: the portal restores the choice from the token.
+    startQuillo();
+    Answer started = tool("start_recording");
+    ASSERT_FALSE(started.failed) << started.text;
+    EXPECT_EQ(started.item["source"]["kind"], "display");
+    typeLines(2, 0.3);
+    ASSERT_FALSE(tool("stop_recording").failed);
+    stopQuillo(SIGTERM);
+
+    // A damaged file is forgotten: the user is asked again (here the portal picks by itself),
+    // with a notice.
+    ASSERT_TRUE(writeFileAtomically(tokens(), "{\"display\": \"\\u0000 broken", 0600));
+    startQuillo();
+    Answer unchosen = tool("start_recording");
+    EXPECT_TRUE(unchosen.failed) << "nothing is remembered any more";
+    Answer again = tool("choose_source", {{"kind", "display"}});
+    ASSERT_FALSE(again.failed) << again.text;
+    EXPECT_NE(again.item["message"].get<std::string>().find("couldn't be read"), std::string::npos)
+        << again.item["message"];
+    stopQuillo(SIGTERM);
+
+    // A token the desktop no longer knows is dropped, and the recording still starts.
+    ASSERT_TRUE(writeFileAtomically(
+        tokens(), R"({"display": "0b9d4e6a-0000-4000-8000-000000000000", "last": "display"})",
+        0600));
+    startQuillo();
+    Answer refused = tool("start_recording");
+    ASSERT_FALSE(refused.failed) << refused.text;
+    EXPECT_NE(refused.item["message"].get<std::string>().find("no longer remembers"),
+              std::string::npos)
+        << refused.item["message"];
+    ASSERT_FALSE(tool("stop_recording").failed);
+    auto renewed = parseJson(*readFile(tokens()));
+    ASSERT_TRUE(renewed);
+    EXPECT_NE((*renewed)["display"], "0b9d4e6a-0000-4000-8000-000000000000");
+}
+
+TEST_F(WaylandRecording, AKilledRecordingIsRecoveredAtTheNextStart) {
+    startQuillo();
+    ASSERT_FALSE(tool("choose_source", {{"kind", "display"}}).failed);
+    ASSERT_FALSE(tool("start_recording").failed);
+    typeLines(10, 0.6);
+    std::this_thread::sleep_for(std::chrono::seconds(4));
+    stopQuillo(SIGKILL);
+
+    fs::path folder;
+    for (const auto& entry : fs::directory_iterator(home / "Library")) {
+        folder = entry.path();
+    }
+    ASSERT_FALSE(folder.empty());
+    EXPECT_GE(playedSeconds(folder / "recording.mp4"), 8.0);
+
+    startQuillo();
+    stopQuillo(SIGTERM);
+    auto project = parseJson(*readFile(folder / "project.json"));
+    ASSERT_TRUE(project && project->contains("duration"));
+    EXPECT_GE((*project)["duration"].get<double>(), 8.0);
+    EXPECT_FALSE(fs::exists(folder / ".recording"));
+}
+
+}  // namespace
+}  // namespace quillo::agent
