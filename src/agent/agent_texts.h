@@ -28,6 +28,16 @@ inline constexpr const char* kNoSource =
 inline constexpr const char* kNoElements =
     "No matching elements. Chromium and Electron apps build their tree on first request; try "
     "once more, or use a screenshot.";
+// Agent input where the desktop lets apps reach others only through accessibility.
+inline constexpr const char* kNoPointerInput =
+    "This desktop doesn't let Quillo move the pointer or press keys in other apps, so drag, "
+    "scroll, move_pointer and press_key aren't available here. Use click on buttons, links and "
+    "fields, and type_text, which go through accessibility.";
+inline constexpr const char* kNothingAnswersThere =
+    "Nothing there answers a click through accessibility (a button, link, tab, menu item or "
+    "field), and this desktop doesn't let Quillo click elsewhere. Use ui_elements to find one.";
+inline constexpr const char* kNoFocusedField =
+    "No text field has the keyboard focus. Click a field first.";
 inline constexpr const char* kNoCursorData = "This recording has no cursor data.";
 inline constexpr const char* kNothingToUndo = "There is nothing to undo.";
 inline constexpr const char* kNothingToRedo = "There is nothing to redo.";

@@ -1,6 +1,7 @@
 // Agent input to the shared app: screenshot pixels mapped to the screen, posted through the
 // agent's own pointer and keyboard, and noted in the cursor track of a recording under way.
 
+#include <algorithm>
 #include <cmath>
 
 #include "agent/agent_texts.h"
@@ -106,6 +107,9 @@ Result<Json> StudioModel::postInput(
 
 Result<Json> StudioModel::click(Point at, int button, int count,
                                 const std::vector<uint32_t>& modifiers) {
+    if (!postsPointerInput()) {
+        return accessibleClick(at, button, count, !modifiers.empty());
+    }
     // A plain left click first asks the app what is under the point: a button, link, tab or
     // menu item is pressed through its accessibility (and not clicked again), a text field gets
     // the focus before the click places the caret.
@@ -132,6 +136,9 @@ Result<Json> StudioModel::click(Point at, int button, int count,
 }
 
 Result<Json> StudioModel::movePointer(Point to, double duration) {
+    if (!postsPointerInput()) {
+        return AppError(agent::texts::kNoPointerInput);
+    }
     return postInput(
         {to},
         [duration](capture::BackgroundInput& input, const std::vector<Point>& p) {
@@ -141,6 +148,9 @@ Result<Json> StudioModel::movePointer(Point to, double duration) {
 }
 
 Result<Json> StudioModel::drag(Point from, Point to, int steps) {
+    if (!postsPointerInput()) {
+        return AppError(agent::texts::kNoPointerInput);
+    }
     return postInput(
         {from, to},
         [steps](capture::BackgroundInput& input, const std::vector<Point>& p) {
@@ -150,6 +160,9 @@ Result<Json> StudioModel::drag(Point from, Point to, int steps) {
 }
 
 Result<Json> StudioModel::scroll(Point at, double deltaX, double deltaY) {
+    if (!postsPointerInput()) {
+        return AppError(agent::texts::kNoPointerInput);
+    }
     return postInput(
         {at},
         [deltaX, deltaY](capture::BackgroundInput& input, const std::vector<Point>& p) {
@@ -159,6 +172,9 @@ Result<Json> StudioModel::scroll(Point at, double deltaX, double deltaY) {
 }
 
 Result<Json> StudioModel::typeText(const std::string& text, double delay) {
+    if (!postsPointerInput()) {
+        return accessibleType(text);
+    }
     return postInput(
         {},
         [text, delay](capture::BackgroundInput& input, const std::vector<Point>&) {
@@ -168,12 +184,41 @@ Result<Json> StudioModel::typeText(const std::string& text, double delay) {
 }
 
 Result<Json> StudioModel::pressKey(uint32_t keysym, const std::vector<uint32_t>& modifiers) {
+    if (!postsPointerInput()) {
+        return AppError(agent::texts::kNoPointerInput);
+    }
     return postInput(
         {},
         [keysym, modifiers](capture::BackgroundInput& input, const std::vector<Point>&) {
             input.key(keysym, modifiers);
         },
         false);
+}
+
+std::vector<capture::AccessibleElement> StudioModel::listElements(
+    capture::AccessibleElements& elements, int32_t pid, const Rect& area, size_t limit,
+    const std::string& filter) {
+    auto windows = m_capture->backend().windowsInPicture();
+    if (windows.empty()) {
+        return elements.list(pid, area, limit, filter);
+    }
+    // Frames come relative to each window here: each window's are read and placed.
+    std::vector<capture::AccessibleElement> found;
+    for (const auto& window : windows) {
+        Rect inWindow{area.x - window.frame.x, area.y - window.frame.y, area.width, area.height};
+        for (auto element : elements.list(window.pid, inWindow, limit, filter)) {
+            element.frame.x += window.frame.x;
+            element.frame.y += window.frame.y;
+            found.push_back(std::move(element));
+        }
+    }
+    std::stable_sort(found.begin(), found.end(), [](const auto& a, const auto& b) {
+        return a.frame.y != b.frame.y ? a.frame.y < b.frame.y : a.frame.x < b.frame.x;
+    });
+    if (found.size() > limit) {
+        found.resize(limit);
+    }
+    return found;
 }
 
 Result<Json> StudioModel::uiElements(size_t limit, const std::string& filter) {
@@ -200,7 +245,7 @@ Result<Json> StudioModel::uiElements(size_t limit, const std::string& filter) {
     double scaleX = size.width / area->width;
     double scaleY = size.height / area->height;
     Json list = Json::array();
-    for (const auto& element : elements->list(pid, *area, limit, filter)) {
+    for (const auto& element : listElements(*elements, pid, *area, limit, filter)) {
         auto pixel = [](double value) { return std::round(value * 10) / 10; };
         list.push_back({{"role", element.role},
                         {"label", element.label},

@@ -11,6 +11,7 @@
 #include "base/signal.h"
 #include "base/task_queue.h"
 #include "captions/caption_jobs.h"
+#include "capture/accessible_elements.h"
 #include "capture/display_backend.h"
 #include "editor/editor_model.h"
 #include "preferences.h"
@@ -142,6 +143,16 @@ public:
     Result<Json> retakeStep() override;
 
 private:
+    // Agent input through accessibility alone, where the desktop posts no pointer input.
+    Result<Json> accessibleClick(Point at, int button, int count, bool modifiers);
+    Result<Json> accessibleType(const std::string& text);
+    bool postsPointerInput();
+    // The elements in `area`, mapped through each shown window where the backend lists them.
+    std::vector<capture::AccessibleElement> listElements(capture::AccessibleElements& elements,
+                                                         int32_t pid, const Rect& area,
+                                                         size_t limit, const std::string& filter);
+    std::optional<int32_t> m_typingProcess;  // the app whose field the agent last focused
+
     void setMessage(std::string text, bool error = false);
     void storeTabs();
     // The capture rate and size limit from the settings, for the next source.

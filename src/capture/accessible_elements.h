@@ -37,6 +37,9 @@ public:
     // document text) gets the focus. Returns what it did: "pressed" or "focused"; none when
     // nothing matched.
     virtual std::optional<std::string> activate(int32_t pid, Point screen) = 0;
+    // Inserts `text` at the caret of app `pid`'s focused editable text, moving the caret after
+    // it; false when no editable text has the focus.
+    virtual bool insertText(int32_t pid, const std::string& text) = 0;
 };
 
 // The AT-SPI reader; one that finds nothing when the accessibility bus is missing.

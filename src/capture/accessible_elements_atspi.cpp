@@ -353,12 +353,87 @@ public:
                 return press(element.get()) ? std::optional<std::string>("pressed") : std::nullopt;
             }
             if (isTextField(element.get(), role)) {
-                return focus(element.get()) ? std::optional<std::string>("focused") : std::nullopt;
+                if (!focus(element.get())) {
+                    return std::nullopt;
+                }
+                // The app's window may not be the active one, so the field's own focused state
+                // can't be relied on: text typed next goes here.
+                m_field.reset(static_cast<AtspiAccessible*>(g_object_ref(element.get())));
+                m_fieldProcess = pid;
+                return std::optional<std::string>("focused");
             }
             element.reset(checked(
                 ok, [&](GError** e) { return atspi_accessible_get_parent(element.get(), e); }));
         }
         return std::nullopt;
+    }
+
+    bool insertText(int32_t pid, const std::string& text) override {
+        std::lock_guard lock(g_mutex);
+        if (!connectAndDrain()) {
+            return false;
+        }
+        GRef<AtspiAccessible> field;
+        if (m_field && m_fieldProcess == pid) {
+            field.reset(static_cast<AtspiAccessible*>(g_object_ref(m_field.get())));
+        } else if (GRef<AtspiAccessible> app = appOf(pid)) {
+            field = focusedEditable(app.get(), 0);
+        }
+        if (!field) {
+            return false;
+        }
+        GRef<AtspiEditableText> editable(atspi_accessible_get_editable_text_iface(field.get()));
+        GRef<AtspiText> caret(atspi_accessible_get_text_iface(field.get()));
+        bool ok = false;
+        gint at = 0;
+        if (caret) {
+            at = checked(ok,
+                         [&](GError** e) { return atspi_text_get_caret_offset(caret.get(), e); });
+            at = ok ? at : 0;
+        }
+        gboolean inserted = checked(ok, [&](GError** e) {
+            return atspi_editable_text_insert_text(editable.get(), at, text.c_str(),
+                                                   static_cast<gint>(text.size()), e);
+        });
+        if (!ok || !inserted) {
+            return false;
+        }
+        if (caret) {
+            auto characters = static_cast<gint>(g_utf8_strlen(text.c_str(), -1));
+            checked(ok, [&](GError** e) {
+                return atspi_text_set_caret_offset(caret.get(), at + characters, e);
+            });
+        }
+        return true;
+    }
+
+private:
+    GRef<AtspiAccessible> m_field;  // the text field the last activate() focused
+    int32_t m_fieldProcess = 0;
+
+    // The focused element with editable text below `element`, searching showing branches.
+    GRef<AtspiAccessible> focusedEditable(AtspiAccessible* element, int depth) {
+        if (depth > kMaxDepth) {
+            return nullptr;
+        }
+        for (auto& child : childrenOf(element)) {
+            GRef<AtspiStateSet> states(atspi_accessible_get_state_set(child.get()));
+            if (!states || !atspi_state_set_contains(states.get(), ATSPI_STATE_SHOWING)) {
+                continue;
+            }
+            if (atspi_state_set_contains(states.get(), ATSPI_STATE_FOCUSED) &&
+                atspi_state_set_contains(states.get(), ATSPI_STATE_EDITABLE)) {
+                GRef<AtspiEditableText> editable(
+                    atspi_accessible_get_editable_text_iface(child.get()));
+                if (editable) {
+                    return std::move(child);
+                }
+            }
+            if (auto found = focusedEditable(child.get(), depth + 1)) {
+                return found;
+            }
+        }
+        return nullptr;
     }
 };
 

@@ -76,6 +76,13 @@ public:
     // The most frames a second the session will take; backends that push frames ask for no
     // more than that.
     virtual void setFrameRate(int /*fps*/) {}
+    // Whether input can be posted at pointer level (a click anywhere, drags, scrolls, keys);
+    // where it can't, agents reach apps through accessibility alone.
+    virtual bool postsPointerInput() const { return true; }
+    // The app windows shown in the shared picture, frames in picture pixels, front last, and
+    // the process with the keyboard. Empty where each window's place is known otherwise (X11).
+    virtual std::vector<WindowInfo> windowsInPicture() { return {}; }
+    virtual std::optional<int32_t> focusedProcess() { return std::nullopt; }
     // The kind of source (window: true) the desktop can share again without asking, as chosen
     // last, possibly by an earlier run; none when the user must choose.
     virtual std::optional<bool> rememberedChoice() { return std::nullopt; }

@@ -53,7 +53,9 @@ class WaylandRecording : public ::testing::Test {
 protected:
     void SetUp() override {
         std::string why;
-        session = testing::WaylandSession::start({}, why);
+        testing::WaylandSession::Options options;
+        options.accessibility = true;
+        session = testing::WaylandSession::start(options, why);
         if (!session) {
             GTEST_SKIP() << "no headless Wayland desktop: " << why;
         }
@@ -261,6 +263,55 @@ TEST_F(WaylandRecording, AKilledRecordingIsRecoveredAtTheNextStart) {
     ASSERT_TRUE(project && project->contains("duration"));
     EXPECT_GE((*project)["duration"].get<double>(), 8.0);
     EXPECT_FALSE(fs::exists(folder / ".recording"));
+}
+
+// The first element whose label contains `label`, as the agent sees it.
+std::optional<Json> elementNamed(const Json& list, const std::string& label) {
+    for (const Json& element : list["elements"]) {
+        if (element["label"].get<std::string>().find(label) != std::string::npos) {
+            return element;
+        }
+    }
+    return std::nullopt;
+}
+
+TEST_F(WaylandRecording, ClicksAndTypingReachAGtkFormThroughAccessibility) {
+    pid_t form = session->spawn({QUILLO_GTK_ENTRY, "Demo form"});
+    ASSERT_TRUE(session->waitForWindow("Demo form"));
+    startQuillo();
+    ASSERT_FALSE(tool("choose_source", {{"kind", "display"}}).failed);
+
+    auto centre = [](const Json& element) {
+        return Json{{"x", element["x"].get<double>() + element["width"].get<double>() / 2},
+                    {"y", element["y"].get<double>() + element["height"].get<double>() / 2}};
+    };
+    Answer listed = tool("ui_elements", {{"filter", "Name"}});
+    ASSERT_FALSE(listed.failed) << listed.text;
+    auto field = elementNamed(listed.item, "Name");
+    ASSERT_TRUE(field) << listed.text;
+    // Frames are placed in the shared picture: the form is the right-hand tile.
+    EXPECT_GT((*field)["x"].get<double>(), 900) << *field;
+
+    Answer focused = tool("click", centre(*field));
+    ASSERT_FALSE(focused.failed) << focused.text;
+    Answer typed = tool("type_text", {{"text", "Ada"}});
+    ASSERT_FALSE(typed.failed) << typed.text;
+    auto save = elementNamed(tool("ui_elements", {{"filter", "Save"}}).item, "Save");
+    ASSERT_TRUE(save);
+    Answer pressed = tool("click", centre(*save));
+    ASSERT_FALSE(pressed.failed) << pressed.text;
+    EXPECT_TRUE(elementNamed(tool("ui_elements", {{"filter", "Saved"}}).item, "Saved 3 characters"))
+        << "the button was not pressed with the typed name in the field";
+
+    // Pointer-level input has no way in on this desktop, and says so.
+    Answer dragged =
+        tool("drag", {{"from_x", 1200}, {"from_y", 300}, {"to_x", 1400}, {"to_y", 300}});
+    EXPECT_TRUE(dragged.failed);
+    EXPECT_NE(dragged.text.find("doesn't let Quillo move the pointer"), std::string::npos)
+        << dragged.text;
+    Answer nowhere = tool("click", {{"x", 5}, {"y", 1070}});
+    EXPECT_TRUE(nowhere.failed) << "nothing that takes a click is there";
+    session->stop(form);
 }
 
 }  // namespace

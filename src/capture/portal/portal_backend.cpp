@@ -17,6 +17,7 @@
 #include "portal_texts.h"
 #include "restore_tokens.h"
 #include "screencast_portal.h"
+#include "sway_windows.h"
 
 namespace quillo::capture::portal {
 
@@ -170,6 +171,31 @@ public:
     std::optional<CursorImage> cursorImage() override {
         auto share = m_state->share();
         return share ? share->stream->cursorImage() : std::nullopt;
+    }
+
+    bool postsPointerInput() const override { return false; }
+
+    std::vector<WindowInfo> windowsInPicture() override {
+        auto share = m_state->share();
+        if (!share || share->window) {
+            return {};
+        }
+        ShownWindows shown = swayWindows();
+        for (WindowInfo& window : shown.windows) {
+            window.frame.x -= share->session->position.x;
+            window.frame.y -= share->session->position.y;
+        }
+        return shown.windows;
+    }
+
+    std::optional<int32_t> focusedProcess() override {
+        ShownWindows shown = swayWindows();
+        for (const WindowInfo& window : shown.windows) {
+            if (shown.focused == window.id) {
+                return window.pid;
+            }
+        }
+        return std::nullopt;
     }
 
     bool pointerInPicture() const override {

@@ -100,7 +100,10 @@ void started(GObject* object, GAsyncResult* result, gpointer data) {
     made->node = node;
     made->window = starting->window;
     made->cursorMetadata = starting->cursorMetadata;
-    int32_t width = 0, height = 0;
+    int32_t width = 0, height = 0, x = 0, y = 0;
+    if (g_variant_lookup(properties, "position", "(ii)", &x, &y)) {
+        made->position = {static_cast<double>(x), static_cast<double>(y)};
+    }
     if (g_variant_lookup(properties, "size", "(ii)", &width, &height)) {
         made->size = {static_cast<double>(width), static_cast<double>(height)};
     }

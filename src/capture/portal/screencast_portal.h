@@ -46,6 +46,7 @@ public:
     uint32_t node = 0;
     bool window = false;  // a window rather than a monitor
     Size size;            // as the portal announced it
+    Point position;       // of a monitor, in the desktop's layout
     bool cursorMetadata = false;
     std::string restoreToken;  // for the next session; empty when the portal gave none
     // True once the portal closed the session (the user revoked it, the source went away).
