@@ -61,19 +61,39 @@ std::optional<std::string> ask(const char* socketPath, uint32_t type) {
     return reply;
 }
 
-void collect(const Json& node, ShownWindows& shown) {
-    if (node.contains("pid") && node["pid"].is_number() && node.value("visible", false)) {
-        const Json& rect = node["rect"];
-        const Json& content = node["window_rect"];
+// A number field of a JSON object, 0 when missing or of another type.
+double number(const Json& object, const char* key) {
+    auto it = object.is_object() ? object.find(key) : object.end();
+    return it != object.end() && it->is_number() ? it->get<double>() : 0;
+}
+
+std::string text(const Json& object, const char* key) {
+    auto it = object.find(key);
+    return it != object.end() && it->is_string() ? it->get<std::string>() : "";
+}
+
+bool flag(const Json& object, const char* key, bool otherwise) {
+    auto it = object.find(key);
+    return it != object.end() && it->is_boolean() ? it->get<bool>() : otherwise;
+}
+
+void collect(const Json& node, ShownWindows& shown, int depth) {
+    if (!node.is_object() || depth > 64) {
+        return;
+    }
+    auto pid = node.find("pid");
+    if (pid != node.end() && pid->is_number_integer() && flag(node, "visible", false)) {
+        const Json& rect = node.contains("rect") ? node["rect"] : Json();
+        const Json& content = node.contains("window_rect") ? node["window_rect"] : Json();
         WindowInfo window;
-        window.id = node.value("id", 0u);
-        window.pid = node["pid"].get<int32_t>();
-        window.title = node.value("name", "");
-        window.app = node["app_id"].is_string() ? node["app_id"].get<std::string>() : "";
-        window.frame = {rect.value("x", 0.0) + content.value("x", 0.0),
-                        rect.value("y", 0.0) + content.value("y", 0.0), content.value("width", 0.0),
-                        content.value("height", 0.0)};
-        if (node.value("focused", false)) {
+        window.id = static_cast<uint32_t>(number(node, "id"));
+        window.pid = pid->get<int32_t>();
+        window.title = text(node, "name");
+        window.app = text(node, "app_id");
+        window.frame = {number(rect, "x") + number(content, "x"),
+                        number(rect, "y") + number(content, "y"), number(content, "width"),
+                        number(content, "height")};
+        if (flag(node, "focused", false)) {
             shown.focused = window.id;
         }
         shown.windows.push_back(std::move(window));
@@ -82,10 +102,11 @@ void collect(const Json& node, ShownWindows& shown) {
         if (node.contains(children) && node[children].is_array()) {
             for (const Json& child : node[children]) {
                 // Workspaces that aren't shown hold windows that aren't either.
-                if (child.value("type", "") == "workspace" && !child.value("visible", true)) {
+                if (!child.is_object() ||
+                    (text(child, "type") == "workspace" && !flag(child, "visible", true))) {
                     continue;
                 }
-                collect(child, shown);
+                collect(child, shown, depth + 1);
             }
         }
     }
@@ -97,7 +118,7 @@ ShownWindows parseSwayTree(const std::string& json) {
     ShownWindows shown;
     auto tree = parseJson(json);
     if (tree && tree->is_object()) {
-        collect(*tree, shown);
+        collect(*tree, shown, 0);
     }
     return shown;
 }
