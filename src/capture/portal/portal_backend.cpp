@@ -73,6 +73,15 @@ void blendCursor(const CursorImage& cursor, int left, int top, uint8_t* pixels, 
 class PortalGrabber final : public ScreenGrabber {
 public:
     explicit PortalGrabber(std::shared_ptr<State> state) : m_state(std::move(state)) {}
+    ~PortalGrabber() override {
+        if (m_taken > 0) {
+            uint64_t delivered = m_lastSerial - m_firstSerial + 1;
+            logInfo("app.quillo.capture", "screen cast pictures: " + std::to_string(delivered) +
+                                              " delivered, " + std::to_string(m_taken) +
+                                              " taken, " + std::to_string(delivered - m_taken) +
+                                              " replaced before they were taken");
+        }
+    }
 
     bool changed(const Rect& area) override {
         auto share = m_state->share();
@@ -99,6 +108,10 @@ public:
                                       std::max(2, static_cast<int>(size.height)), 0));
         }
         FramePtr frame = share->stream->latest();
+        if (frame->serial != m_lastSerial) {
+            m_firstSerial = m_taken == 0 ? frame->serial : m_firstSerial;
+            ++m_taken;
+        }
         m_lastSerial = frame->serial;
         m_lastArea = area;
         int left = std::clamp(static_cast<int>(std::lround(area.x)), 0, frame->width - 1);
@@ -131,6 +144,8 @@ private:
     uint64_t m_lastSerial = 0;
     Rect m_lastArea;
     bool m_waited = false;  // for the first picture, once
+    uint64_t m_firstSerial = 0;
+    uint64_t m_taken = 0;  // distinct pictures handed on
 };
 
 class PortalBackend final : public DisplayBackend {
@@ -244,7 +259,10 @@ public:
         auto share = std::make_shared<Share>();
         share->session = std::move(**started);
         m_tokens.set(window, share->session->restoreToken);
-        auto stream = PipeWireStream::open(share->session->fd(), share->session->node, m_fps);
+        // The recorder takes a picture on each tick of its 1/fps grid; pictures arriving a
+        // little under that rate never share a tick, so none is replaced before it is taken.
+        int rate = std::max(1, m_fps - std::max(1, m_fps / 10));
+        auto stream = PipeWireStream::open(share->session->fd(), share->session->node, rate);
         if (!stream) {
             return stream.error();
         }
