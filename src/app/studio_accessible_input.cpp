@@ -17,6 +17,12 @@ bool StudioModel::postsPointerInput() {
     return posts;
 }
 
+bool StudioModel::accessibilityFirst() {
+    bool first = false;
+    onMain([&] { first = m_capture->backend().agentInput() != "own pointer"; });
+    return first;
+}
+
 Result<Json> StudioModel::accessibleClick(Point at, int button, int count, bool modifiers) {
     if (button != 1 || count != 1 || modifiers) {
         return AppError(agent::texts::kNoPointerInput);

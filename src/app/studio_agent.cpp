@@ -87,6 +87,7 @@ Json StudioModel::captureStatus() {
                   {"message", m_message},
                   {"hasError", m_hasError},
                   {"capture", m_capture->backend().name()},
+                  {"agentInput", m_capture->backend().agentInput()},
                   {"recording", m_current ? Json(m_current->id()) : Json(nullptr)}};
         if (m_windowSize) {
             status["windowSize"] = *m_windowSize;

@@ -32,8 +32,8 @@ Result<Point> StudioModel::toScreen(Point pixels) const {
 
 capture::BackgroundInput& StudioModel::input() {
     if (!m_input) {
-        m_input =
-            std::make_unique<capture::BackgroundInput>([] { return capture::makeAgentDevices(); });
+        m_input = std::make_unique<capture::BackgroundInput>(
+            [backend = m_capture->sharedBackend()] { return backend->agentDevices(); });
     }
     return *m_input;
 }
@@ -110,6 +110,12 @@ Result<Json> StudioModel::click(Point at, int button, int count,
     if (!postsPointerInput()) {
         return accessibleClick(at, button, count, !modifiers.empty());
     }
+    if (accessibilityFirst()) {
+        // The pointer-level way moves the user's own pointer: only where nothing answers.
+        if (auto done = accessibleClick(at, button, count, !modifiers.empty())) {
+            return done;
+        }
+    }
     // A plain left click first asks the app what is under the point: a button, link, tab or
     // menu item is pressed through its accessibility (and not clicked again), a text field gets
     // the focus before the click places the caret.
@@ -174,6 +180,11 @@ Result<Json> StudioModel::scroll(Point at, double deltaX, double deltaY) {
 Result<Json> StudioModel::typeText(const std::string& text, double delay) {
     if (!postsPointerInput()) {
         return accessibleType(text);
+    }
+    if (accessibilityFirst()) {
+        if (auto done = accessibleType(text)) {
+            return done;
+        }
     }
     return postInput(
         {},

@@ -147,6 +147,8 @@ private:
     Result<Json> accessibleClick(Point at, int button, int count, bool modifiers);
     Result<Json> accessibleType(const std::string& text);
     bool postsPointerInput();
+    // Whether element presses and text insertion come before pointer-level input.
+    bool accessibilityFirst();
     // The elements in `area`, mapped through each shown window where the backend lists them.
     std::vector<capture::AccessibleElement> listElements(capture::AccessibleElements& elements,
                                                          int32_t pid, const Rect& area,

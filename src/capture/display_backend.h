@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "agent_devices.h"
 #include "base/cancel_token.h"
 #include "base/result.h"
 #include "capture_types.h"
@@ -79,6 +80,12 @@ public:
     // Whether input can be posted at pointer level (a click anywhere, drags, scrolls, keys);
     // where it can't, agents reach apps through accessibility alone.
     virtual bool postsPointerInput() const { return true; }
+    // The agent's pointer and keyboard (X11: a second pointer of its own).
+    virtual Result<std::unique_ptr<AgentDevices>> agentDevices() { return makeAgentDevices(); }
+    // How agent input arrives: "own pointer" (the user's pointer never moves), "accessibility"
+    // (elements only), or "accessibility, then the user's pointer" (pointer-level input moves
+    // the user's own pointer).
+    virtual std::string agentInput() const { return "own pointer"; }
     // The app windows shown in the shared picture, frames in picture pixels, front last, and
     // the process with the keyboard. Empty where each window's place is known otherwise (X11).
     virtual std::vector<WindowInfo> windowsInPicture() { return {}; }

@@ -13,6 +13,7 @@
 #include "base/files.h"
 #include "capture/portal/kernel_input.h"
 #include "capture/portal/portal_texts.h"
+#include "capture/portal/remote_desktop.h"
 #include "capture/portal/restore_tokens.h"
 #include "capture/portal/sway_windows.h"
 #include "support/temp_folder.h"
@@ -159,6 +160,16 @@ TEST(SwayWindows, ShownViewsWithTheirContentAreasAndTheFocusedOne) {
     EXPECT_EQ(shown.windows[2].title, "dialog") << "floating windows come last, in front";
     EXPECT_EQ(shown.focused, 5u);
     EXPECT_TRUE(parseSwayTree("{broken").windows.empty());
+}
+
+TEST(RemoteDesktopKeys, CharactersBecomeKeysymsAndOtherControlsAreRefused) {
+    EXPECT_EQ(keysymFor(U'a'), 0x61u);
+    EXPECT_EQ(keysymFor(U'é'), 0xe9u) << "Latin-1 is its own keysym";
+    EXPECT_EQ(keysymFor(U'€'), 0x010020acu);
+    EXPECT_EQ(keysymFor(U'\n'), 0xff0du);
+    EXPECT_EQ(keysymFor(U'\t'), 0xff09u);
+    EXPECT_FALSE(keysymFor(U'\x1b'));
+    EXPECT_FALSE(keysymFor(U'\x85'));
 }
 
 }  // namespace

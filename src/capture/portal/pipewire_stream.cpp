@@ -69,6 +69,7 @@ struct PipeWireStream::Impl {
     uint32_t format = 0;                // guarded by mutex
     Size formatSize;                    // guarded by mutex
     FramePtr latest;                    // guarded by mutex
+    Point origin;                       // of the crop region; guarded by mutex
     std::optional<Point> pointer;       // guarded by mutex
     std::optional<CursorImage> cursor;  // guarded by mutex
     uint64_t serial = 0;
@@ -289,6 +290,7 @@ struct PipeWireStream::Impl {
         {
             std::lock_guard lock(mutex);
             latest = std::move(frame);
+            origin = {static_cast<double>(left), static_cast<double>(top)};
         }
         owner->m_delivered.fetch_add(1);
     }
@@ -420,6 +422,11 @@ Size PipeWireStream::size() const {
                 static_cast<double>(m_impl->latest->height)};
     }
     return m_impl->formatSize;
+}
+
+Point PipeWireStream::cropOrigin() const {
+    std::lock_guard lock(m_impl->mutex);
+    return m_impl->origin;
 }
 
 std::optional<Point> PipeWireStream::pointer() const {

@@ -33,6 +33,9 @@ public:
     FramePtr latest() const;
     // The picture's size: the latest frame's, or the agreed format's before the first frame.
     Size size() const;
+    // Where the picture's top left lies in the stream's full buffer (a shared window's place on
+    // its monitor); nothing without a crop region.
+    Point cropOrigin() const;
     // The pointer in picture pixels while the cursor metadata says it is over the source.
     std::optional<Point> pointer() const;
     // The last cursor bitmap the metadata carried, with its hot spot.

@@ -6,6 +6,7 @@
 #include "portal_backend.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <cstring>
 #include <mutex>
@@ -188,7 +189,27 @@ public:
         return share ? share->stream->cursorImage() : std::nullopt;
     }
 
-    bool postsPointerInput() const override { return false; }
+    bool postsPointerInput() const override { return m_remoteInput.load(); }
+
+    std::string agentInput() const override {
+        return m_remoteInput ? "accessibility, then the user's pointer" : "accessibility";
+    }
+
+    Result<std::unique_ptr<AgentDevices>> agentDevices() override {
+        if (!m_remoteInput || !m_portal) {
+            return AppError(
+                "This desktop doesn't let Quillo move the pointer or press keys in "
+                "other apps.");
+        }
+        std::weak_ptr<State> state = m_state;
+        return m_portal->remoteDesktop(
+            [state] {
+                auto alive = state.lock();
+                auto share = alive ? alive->share() : nullptr;
+                return share ? share->stream->cropOrigin() : Point{};
+            },
+            120);
+    }
 
     std::vector<WindowInfo> windowsInPicture() override {
         auto share = m_state->share();
@@ -233,6 +254,7 @@ public:
             m_portal = std::move(*connected);
         }
         const ScreenCastOffer& offer = m_portal->offer();
+        m_remoteInput = (offer.remoteDevices & 2) != 0;
         bool window = !displayOnly;
         if (window && !offer.windows()) {
             return AppError(texts::kOnlyDisplays);
@@ -333,6 +355,7 @@ private:
     RestoreTokens m_tokens;
     std::vector<std::string> m_notices;  // guarded by m_state->mutex
     int m_fps = 30;
+    std::atomic<bool> m_remoteInput{false};  // the RemoteDesktop portal offers a pointer
 };
 
 Result<std::unique_ptr<InputWatcher>> PortalBackend::watchInput(

@@ -24,6 +24,11 @@ inline constexpr const char* kNoInputAccess =
     "group (sudo usermod -aG input $USER, then log out and back in).";
 inline constexpr const char* kNoInputDevices =
     "Clicks and keys aren't recorded: no input devices were found.";
+inline constexpr const char* kRemoteDeclined =
+    "Quillo wasn't allowed to control the pointer and keyboard, so this input can't be done. "
+    "Allow remote interaction when the desktop asks, or use click on buttons and fields.";
+inline constexpr const char* kRemoteFailed =
+    "The desktop couldn't start pointer and keyboard control. Try again.";
 inline constexpr const char* kSharedWindow = "Shared window";
 inline constexpr const char* kSharedDisplay = "Shared display";
 

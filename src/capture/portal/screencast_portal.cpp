@@ -12,6 +12,7 @@
 
 #include "base/log.h"
 #include "portal_texts.h"
+#include "remote_desktop.h"
 
 namespace quillo::capture::portal {
 
@@ -22,14 +23,15 @@ constexpr const char* kPortalName = "org.freedesktop.portal.Desktop";
 constexpr const char* kPortalPath = "/org/freedesktop/portal/desktop";
 
 // A property of the ScreenCast interface; none when the portal lacks it.
-std::optional<uint32_t> screenCastProperty(GDBusConnection* bus, const char* name) {
+std::optional<uint32_t> portalProperty(GDBusConnection* bus, const char* interface,
+                                       const char* name) {
     GError* error = nullptr;
     GVariant* reply = g_dbus_connection_call_sync(
         bus, kPortalName, kPortalPath, "org.freedesktop.DBus.Properties", "Get",
-        g_variant_new("(ss)", "org.freedesktop.portal.ScreenCast", name), G_VARIANT_TYPE("(v)"),
-        G_DBUS_CALL_FLAGS_NONE, 5000, nullptr, &error);
+        g_variant_new("(ss)", interface, name), G_VARIANT_TYPE("(v)"), G_DBUS_CALL_FLAGS_NONE, 5000,
+        nullptr, &error);
     if (reply == nullptr) {
-        logInfo(kLog, std::string("ScreenCast.") + name + ": " + error->message);
+        logInfo(kLog, std::string(interface) + "." + name + ": " + error->message);
         g_error_free(error);
         return std::nullopt;
     }
@@ -175,14 +177,17 @@ Result<std::unique_ptr<ScreenCastPortal>> ScreenCastPortal::connect() {
         g_error_free(error);
         return AppError(texts::kNoPortal, detail);
     }
-    auto sources = screenCastProperty(bus, "AvailableSourceTypes");
-    auto cursors = screenCastProperty(bus, "AvailableCursorModes");
-    auto version = screenCastProperty(bus, "version");
+    const char* screenCast = "org.freedesktop.portal.ScreenCast";
+    auto sources = portalProperty(bus, screenCast, "AvailableSourceTypes");
+    auto cursors = portalProperty(bus, screenCast, "AvailableCursorModes");
+    auto version = portalProperty(bus, screenCast, "version");
+    auto remote =
+        portalProperty(bus, "org.freedesktop.portal.RemoteDesktop", "AvailableDeviceTypes");
     g_object_unref(bus);
     if (!sources || !cursors) {
         return AppError(texts::kNoPortal, "the ScreenCast portal does not answer");
     }
-    made->m_offer = {*sources, *cursors, version.value_or(1)};
+    made->m_offer = {*sources, *cursors, version.value_or(1), remote.value_or(0)};
     made->m_loop = std::make_shared<GlibLoop>();
     made->m_loop->run([&] { made->m_portal = xdp_portal_new(); });
     if (made->m_portal == nullptr) {
@@ -190,7 +195,8 @@ Result<std::unique_ptr<ScreenCastPortal>> ScreenCastPortal::connect() {
     }
     logInfo(kLog, "ScreenCast portal version " + std::to_string(made->m_offer.version) +
                       ", sources " + std::to_string(*sources) + ", cursor modes " +
-                      std::to_string(*cursors));
+                      std::to_string(*cursors) + ", remote devices " +
+                      std::to_string(remote.value_or(0)));
     return made;
 }
 
@@ -233,6 +239,11 @@ Result<std::optional<std::unique_ptr<ScreenCastSession>>> ScreenCastPortal::star
     auto result = answer.get();
     g_object_unref(cancellable);
     return result;
+}
+
+Result<std::unique_ptr<AgentDevices>> ScreenCastPortal::remoteDesktop(std::function<Point()> origin,
+                                                                      double timeout) {
+    return startRemoteDesktop(m_loop, m_portal, std::move(origin), timeout);
 }
 
 bool ScreenCastPortal::remembers(const std::string& token) {

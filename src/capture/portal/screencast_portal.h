@@ -6,6 +6,7 @@
 // portal answers.
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -13,6 +14,7 @@
 #include "base/cancel_token.h"
 #include "base/geometry.h"
 #include "base/result.h"
+#include "capture/agent_devices.h"
 #include "glib_loop.h"
 
 typedef struct _XdpPortal XdpPortal;
@@ -26,6 +28,7 @@ struct ScreenCastOffer {
     uint32_t sourceTypes = 0;
     uint32_t cursorModes = 0;
     uint32_t version = 0;
+    uint32_t remoteDevices = 0;  // the RemoteDesktop portal's: 1 keyboard, 2 pointer; 0 none
 
     bool windows() const { return (sourceTypes & 2) != 0; }
     bool monitors() const { return (sourceTypes & 1) != 0; }
@@ -81,7 +84,9 @@ public:
     // store); unknown (true) where the store can't be asked.
     bool remembers(const std::string& token);
 
-    GlibLoop& loop() { return *m_loop; }
+    // Pointer and keyboard through the RemoteDesktop portal (asks the user).
+    Result<std::unique_ptr<AgentDevices>> remoteDesktop(std::function<Point()> origin,
+                                                        double timeout);
 
 private:
     ScreenCastPortal() = default;
