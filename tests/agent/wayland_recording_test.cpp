@@ -247,6 +247,20 @@ TEST_F(WaylandRecording, TheNextProcessSharesAgainWithoutAskingAndBadTokensFallB
     EXPECT_NE((*renewed)["display"], "0b9d4e6a-0000-4000-8000-000000000000");
 }
 
+TEST_F(WaylandRecording, TheSharedDisplayIsFollowedWhenItsSizeChanges) {
+    startQuillo();
+    ASSERT_FALSE(tool("choose_source", {{"kind", "display"}}).failed);
+    session->swaymsg({"output", "HEADLESS-1", "mode", "1280x720"});
+    int width = 0;
+    for (int i = 0; i < 50 && width != 1280; ++i) {
+        typeLines(1, 0.1);  // the compositor sends pictures only when something changes
+        width = tool("get_status").item["screenshotSize"].value("width", 0);
+    }
+    EXPECT_EQ(width, 1280);
+    Answer shot = tool("screenshot");
+    ASSERT_FALSE(shot.failed) << shot.text.substr(0, 200);
+}
+
 TEST_F(WaylandRecording, AKilledRecordingIsRecoveredAtTheNextStart) {
     startQuillo();
     ASSERT_FALSE(tool("choose_source", {{"kind", "display"}}).failed);
