@@ -1,5 +1,8 @@
 #include "settings_pages.h"
 
+#include <cstdlib>
+#include <string_view>
+
 #include <QCheckBox>
 #include <QDoubleSpinBox>
 #include <QFormLayout>
@@ -166,6 +169,13 @@ SettingsPage* generalPage(SettingsBinder& binder) {
     return page;
 }
 
+bool waylandSession() {
+    const char* display = std::getenv("WAYLAND_DISPLAY");
+    const char* type = std::getenv("XDG_SESSION_TYPE");
+    return (display != nullptr && *display != 0) ||
+           (type != nullptr && std::string_view(type) == "wayland");
+}
+
 SettingsPage* recordingPage(SettingsBinder& binder) {
     auto* page = new SettingsPage(QObject::tr("Recording"));
     page->section(QObject::tr("Capture"));
@@ -174,6 +184,12 @@ SettingsPage* recordingPage(SettingsBinder& binder) {
         [](app::RecordShortcut value) { return qText(app::shortcutLabel(value)); },
         QObject::tr("Record shortcut"));
     page->row(QObject::tr("Record shortcut:"), shortcut);
+    if (waylandSession()) {
+        // Wayland gives apps no global shortcuts of their own here.
+        page->note(
+            QObject::tr("On Wayland, add a keyboard shortcut in your desktop's settings "
+                        "that runs: quillo --toggle-recording"));
+    }
     page->row(
         QObject::tr("Countdown:"),
         binder.integerChoice(
