@@ -261,6 +261,50 @@ TEST_F(WaylandRecording, TheSharedDisplayIsFollowedWhenItsSizeChanges) {
     ASSERT_FALSE(shot.failed) << shot.text.substr(0, 200);
 }
 
+// The pid of this session's screen-cast service (others may run beside it).
+pid_t portalBackendOf(const fs::path& runtimeDir) {
+    for (const auto& entry : fs::directory_iterator("/proc")) {
+        std::string name = entry.path().filename();
+        if (name.find_first_not_of("0123456789") != std::string::npos) {
+            continue;
+        }
+        auto command = readFile(entry.path() / "cmdline");
+        auto environment = readFile(entry.path() / "environ");
+        if (command && environment &&
+            command->find("xdg-desktop-portal-wlr") != std::string::npos &&
+            environment->find(runtimeDir.string()) != std::string::npos) {
+            return std::stoi(name);
+        }
+    }
+    return -1;
+}
+
+TEST_F(WaylandRecording, ARecordingWhoseStreamEndsIsSavedWithTheMessage) {
+    startQuillo();
+    ASSERT_FALSE(tool("choose_source", {{"kind", "display"}}).failed);
+    ASSERT_FALSE(tool("start_recording").failed);
+    typeLines(3, 0.5);
+    pid_t portal = portalBackendOf(session->runtimeDir());
+    ASSERT_GT(portal, 0) << "the screen-cast service was not found";
+    kill(portal, SIGKILL);
+    Json status;
+    for (int i = 0; i < 100; ++i) {
+        status = tool("get_status").item;
+        if (status.value("state", "") == "idle") {
+            break;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    }
+    EXPECT_EQ(status.value("state", ""), "idle");
+    EXPECT_NE(status.value("message", "").find("Sharing ended"), std::string::npos) << status;
+    fs::path folder;
+    for (const auto& entry : fs::directory_iterator(home / "Library")) {
+        folder = entry.path();
+    }
+    ASSERT_FALSE(folder.empty());
+    EXPECT_GE(playedSeconds(folder / "recording.mp4"), 1.0) << "what was recorded is kept";
+}
+
 TEST_F(WaylandRecording, AKilledRecordingIsRecoveredAtTheNextStart) {
     startQuillo();
     ASSERT_FALSE(tool("choose_source", {{"kind", "display"}}).failed);

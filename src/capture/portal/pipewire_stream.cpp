@@ -296,6 +296,8 @@ struct PipeWireStream::Impl {
     }
 
     void onStateChanged(pw_stream_state old, pw_stream_state state, const char* error) {
+        logInfo(kLog, std::string("screen cast stream: ") + pw_stream_state_as_string(old) + " → " +
+                          pw_stream_state_as_string(state));
         if (state == PW_STREAM_STATE_ERROR) {
             ended(error != nullptr ? error : "error");
         } else if (state == PW_STREAM_STATE_UNCONNECTED && old != PW_STREAM_STATE_UNCONNECTED) {
@@ -370,7 +372,8 @@ Result<std::unique_ptr<PipeWireStream>> PipeWireStream::open(int fd, uint32_t no
         SPA_POD_CHOICE_RANGE_Fraction(&maxRate, &maxSlowest, &maxRate)));
     int connected = pw_stream_connect(
         impl.stream, PW_DIRECTION_INPUT, node,
-        static_cast<pw_stream_flags>(PW_STREAM_FLAG_AUTOCONNECT | PW_STREAM_FLAG_MAP_BUFFERS),
+        static_cast<pw_stream_flags>(PW_STREAM_FLAG_AUTOCONNECT | PW_STREAM_FLAG_MAP_BUFFERS |
+                                     PW_STREAM_FLAG_DONT_RECONNECT),
         &format, 1);
     pw_thread_loop_unlock(impl.loop);
     if (connected < 0) {
