@@ -12,9 +12,9 @@
 
 #include <gtest/gtest.h>
 
-#include "agent/mcp_bridge.h"
 #include "base/files.h"
 #include "base/json.h"
+#include "headless_quillo.h"
 #include "redaction/sensitive_scanner.h"
 #include "support/movies.h"
 #include "support/temp_folder.h"
@@ -42,12 +42,7 @@ double playedSeconds(const fs::path& file) {
     return std::stoi(info.value("nb_read_frames", std::string("0"))) / fps;
 }
 
-// A tool's answer through the control server: its JSON item (or its text) and whether it failed.
-struct Answer {
-    Json item;
-    std::string text;
-    bool failed = true;
-};
+using Answer = ToolAnswer;
 
 class WaylandRecording : public ::testing::Test {
 protected:
@@ -73,46 +68,10 @@ protected:
 
     void TearDown() override { stopQuillo(SIGTERM); }
 
-    void startQuillo() {
-        fs::remove(home / "Support" / "mcp.json");
-        quillo = fork();
-        if (quillo == 0) {
-            execl(QUILLO_EXECUTABLE, QUILLO_EXECUTABLE, "--headless", nullptr);
-            _exit(127);
-        }
-        for (int i = 0; i < 200 && !fs::exists(home / "Support" / "mcp.json"); ++i) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(50));
-        }
-        ASSERT_TRUE(fs::exists(home / "Support" / "mcp.json")) << "quillo did not publish mcp.json";
-    }
-
-    void stopQuillo(int signal) {
-        if (quillo > 0) {
-            kill(quillo, signal);
-            waitpid(quillo, nullptr, 0);
-            quillo = -1;
-        }
-    }
-
+    void startQuillo() { ASSERT_TRUE(quillo.start()) << "quillo did not publish mcp.json"; }
+    void stopQuillo(int signal) { quillo.stop(signal); }
     Answer tool(const std::string& name, const Json& arguments = Json::object()) {
-        MCPBridge bridge(home / "Support" / "mcp.json");
-        Json request = {{"jsonrpc", "2.0"},
-                        {"id", 1},
-                        {"method", "tools/call"},
-                        {"params", {{"name", name}, {"arguments", arguments}}}};
-        Answer answer;
-        auto reply = bridge.relay(toCompactJson(request));
-        auto json = reply ? parseJson(*reply) : Result<Json>(AppError("no answer"));
-        if (!json || !json->contains("result")) {
-            answer.text = reply.value_or("no answer");
-            return answer;
-        }
-        const Json& result = (*json)["result"];
-        answer.failed = result.value("isError", false);
-        const Json& first = result["content"][0];
-        answer.text = first.value("text", first.value("data", ""));
-        answer.item = parseJson(answer.text).value_or(Json());
-        return answer;
+        return quillo.tool(name, arguments);
     }
 
     // Lines typed into the terminal, one every `interval` seconds.
@@ -129,7 +88,7 @@ protected:
     testing::ScopedEnvironment environment;
     std::unique_ptr<testing::WaylandSession> session;
     pid_t terminal = -1;
-    pid_t quillo = -1;
+    HeadlessQuillo quillo{home / "Support"};
 };
 
 TEST_F(WaylandRecording, AnAgentRecordsTheScreenAndTheExportShowsTheTyping) {

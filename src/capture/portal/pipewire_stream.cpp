@@ -32,7 +32,7 @@ namespace quillo::capture::portal {
 namespace {
 
 constexpr const char* kLog = "app.quillo.capture";
-constexpr int kCursorLimit = 256;  // largest cursor bitmap asked for, in pixels a side
+constexpr int kCursorLimit = 1024;  // largest cursor bitmap taken, in pixels a side
 
 size_t cursorMetaSize(int width, int height) {
     return sizeof(spa_meta_cursor) + sizeof(spa_meta_bitmap) +

@@ -1,0 +1,126 @@
+// Records on a headless GNOME desktop: a GTK window chosen in the desktop's own sharing dialog
+// (answered here over AT-SPI) and shared again by a second process without asking, and a
+// display whose pointer comes apart from the picture as the stream's cursor metadata.
+
+#include <algorithm>
+#include <chrono>
+#include <filesystem>
+#include <future>
+#include <thread>
+
+#include <gtest/gtest.h>
+
+#include "base/files.h"
+#include "base/json.h"
+#include "headless_quillo.h"
+#include "project/cursor_track.h"
+#include "support/gnome_session.h"
+#include "support/temp_folder.h"
+
+namespace quillo::agent {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::TempFolder;
+
+constexpr const char* kForm = "Quillo GNOME form";
+
+class GnomeRecording : public ::testing::Test {
+protected:
+    void SetUp() override {
+        std::string why;
+        session = testing::GnomeSession::start({}, why);
+        if (!session) {
+            GTEST_SKIP() << "no headless GNOME desktop: " << why;
+        }
+        testing::isolateHome(environment, home.path());
+        environment.set("QUILLO_LIBRARY", (home / "Library").string());
+        environment.set("QUILLO_SUPPORT", (home / "Support").string());
+        environment.set("QUILLO_SELFTEST", "1");
+        environment.set("QUILLO_CAPTURE", std::nullopt);
+        environment.set("PULSE_SERVER", "unix:/nonexistent");
+        form = session->spawn({QUILLO_GTK_ENTRY, kForm});
+        ASSERT_TRUE(session->waitForWindow(kForm)) << "the form did not show";
+    }
+
+    // choose_source for a window, with the desktop's dialog answered meanwhile.
+    ToolAnswer chooseTheForm() {
+        auto chosen = std::async(std::launch::async, [this] {
+            return quillo.tool("choose_source", {{"kind", "window"}, {"wait_seconds", 30}});
+        });
+        bool answered = session->answerScreenShare(kForm, 20);
+        ToolAnswer answer = chosen.get();
+        EXPECT_TRUE(answered) << "the sharing dialog did not come";
+        return answer;
+    }
+
+    TempFolder home;
+    testing::ScopedEnvironment environment;
+    std::unique_ptr<testing::GnomeSession> session;
+    pid_t form = -1;
+    HeadlessQuillo quillo{home / "Support"};
+};
+
+TEST_F(GnomeRecording, AWindowChosenInTheDialogIsRecordedAndSharedAgainWithoutAsking) {
+    ASSERT_TRUE(quillo.start());
+    ToolAnswer chosen = chooseTheForm();
+    ASSERT_FALSE(chosen.failed) << chosen.text;
+    EXPECT_EQ(chosen.item["source"]["kind"], "window");
+    EXPECT_LT(chosen.item["screenshotSize"]["width"].get<double>(), 1920)
+        << "the window's picture, cropped from the monitor-sized buffers";
+    EXPECT_EQ(chosen.item["agentInput"], "accessibility, then the user's pointer");
+    ASSERT_FALSE(quillo.tool("start_recording").failed);
+    std::this_thread::sleep_for(std::chrono::seconds(2));
+    ToolAnswer stopped = quillo.tool("stop_recording");
+    ASSERT_FALSE(stopped.failed) << stopped.text;
+    ToolAnswer recording = quillo.tool("get_recording", {{"id", stopped.item["id"]}});
+    EXPECT_EQ(recording.item["size"]["width"], chosen.item["screenshotSize"]["width"]);
+
+    // A second process shares the same window again without a dialog.
+    quillo.stop(SIGTERM);
+    ASSERT_TRUE(quillo.start());
+    auto again = std::chrono::steady_clock::now();
+    ToolAnswer restarted = quillo.tool("start_recording");
+    ASSERT_FALSE(restarted.failed) << restarted.text;
+    EXPECT_EQ(restarted.item["source"]["kind"], "window");
+    EXPECT_EQ(restarted.item["screenshotSize"], chosen.item["screenshotSize"]);
+    EXPECT_LT(std::chrono::duration<double>(std::chrono::steady_clock::now() - again).count(), 10)
+        << "no dialog waited for an answer";
+    ASSERT_FALSE(quillo.tool("stop_recording").failed);
+}
+
+TEST_F(GnomeRecording, ThePointerIsRecordedApartFromTheCursorMetadata) {
+    ASSERT_TRUE(quillo.start());
+    auto chosen = std::async(std::launch::async, [this] {
+        return quillo.tool("choose_source", {{"kind", "display"}, {"wait_seconds", 30}});
+    });
+    EXPECT_TRUE(session->answerScreenShare("", 20)) << "the sharing dialog did not come";
+    ASSERT_FALSE(chosen.get().failed);
+    ASSERT_FALSE(quillo.tool("start_recording").failed);
+    for (int step = 0; step <= 20; ++step) {
+        session->movePointer(100 + step * 80, 100 + step * 40);
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    }
+    ToolAnswer stopped = quillo.tool("stop_recording");
+    ASSERT_FALSE(stopped.failed) << stopped.text;
+    std::string id = stopped.item["id"];
+    ToolAnswer recording = quillo.tool("get_recording", {{"id", id}});
+    EXPECT_FALSE(recording.item.value("pointerInPicture", false))
+        << "this portal sends the pointer apart";
+
+    auto track = project::loadCursorTrack(id);
+    ASSERT_TRUE(track && *track) << "no cursor track";
+    const auto& samples = (*track)->samples;
+    ASSERT_GE(samples.size(), 10u);
+    // The pointer went from (100, 100) to (1700, 900) of the 1920×1080 monitor.
+    EXPECT_NEAR(samples.back().x, 1700.0 / 1920, 0.02);
+    EXPECT_NEAR(samples.back().y, 900.0 / 1080, 0.02);
+    double lowest = 1;
+    for (const auto& sample : samples) {
+        lowest = std::min(lowest, sample.x);
+    }
+    EXPECT_LT(lowest, 0.2) << "the track followed it from the start";
+}
+
+}  // namespace
+}  // namespace quillo::agent
