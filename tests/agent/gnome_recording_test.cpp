@@ -70,11 +70,28 @@ TEST_F(GnomeRecording, AWindowChosenInTheDialogIsRecordedAndSharedAgainWithoutAs
         << "the window's picture, cropped from the monitor-sized buffers";
     EXPECT_EQ(chosen.item["agentInput"], "accessibility, then the user's pointer");
     ASSERT_FALSE(quillo.tool("start_recording").failed);
-    std::this_thread::sleep_for(std::chrono::seconds(2));
+    // The pointer crosses the form (placed at the top left of the monitor).
+    for (int step = 0; step <= 20; ++step) {
+        session->movePointer(100 + step * 15, 100 + step * 20);
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    }
     ToolAnswer stopped = quillo.tool("stop_recording");
     ASSERT_FALSE(stopped.failed) << stopped.text;
-    ToolAnswer recording = quillo.tool("get_recording", {{"id", stopped.item["id"]}});
+    std::string id = stopped.item["id"];
+    ToolAnswer recording = quillo.tool("get_recording", {{"id", id}});
     EXPECT_EQ(recording.item["size"]["width"], chosen.item["screenshotSize"]["width"]);
+    // The window's cursor metadata is relative to the window: the track follows the pointer
+    // across it, right and down.
+    auto track = project::loadCursorTrack(id);
+    ASSERT_TRUE(track && *track) << "no cursor track";
+    const auto& samples = (*track)->samples;
+    ASSERT_GE(samples.size(), 5u) << "the pointer over the window was not recorded";
+    EXPECT_GT(samples.back().x, samples.front().x);
+    EXPECT_GT(samples.back().y, samples.front().y);
+    for (const auto& sample : samples) {
+        EXPECT_TRUE(sample.x >= 0 && sample.x <= 1 && sample.y >= 0 && sample.y <= 1)
+            << sample.x << ", " << sample.y;
+    }
 
     // A second process shares the same window again without a dialog.
     quillo.stop(SIGTERM);

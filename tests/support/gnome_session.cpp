@@ -296,7 +296,18 @@ bool GnomeSession::startShell(const Options& options, std::string& why) {
         return false;
     }
     setVariable("WAYLAND_DISPLAY", "wayland-0");
-    bool closed = waitUntil(kStartSeconds, [&] {
+    bool closed = closeOverview(kStartSeconds);
+    if (!closed) {
+        why = "gnome-shell's overview does not close";
+        return false;
+    }
+    return true;
+}
+
+// The shell opens its overview at start (also once the start is over), which covers every
+// window: closes it, and sees it stay closed for a moment.
+bool GnomeSession::closeOverview(double seconds) {
+    auto isClosed = [&] {
         call(m_bus, "org.gnome.Shell", "/org/gnome/Shell", "org.freedesktop.DBus.Properties", "Set",
              g_variant_new("(ssv)", "org.gnome.Shell", "OverviewActive",
                            g_variant_new_boolean(FALSE)),
@@ -313,12 +324,12 @@ bool GnomeSession::startShell(const Options& options, std::string& why) {
         g_variant_unref(inner);
         g_variant_unref(value);
         return !open;
+    };
+    int closedPolls = 0;
+    return waitUntil(seconds, [&] {
+        closedPolls = isClosed() ? closedPolls + 1 : 0;
+        return closedPolls >= 10;
     });
-    if (!closed) {
-        why = "gnome-shell's overview does not close";
-        return false;
-    }
-    return true;
 }
 
 bool GnomeSession::startPortal(std::string& why) {
@@ -513,7 +524,7 @@ bool GnomeSession::type(const std::string& text) {
 }
 
 bool GnomeSession::waitForWindow(const std::string& title, double seconds) {
-    return runAccessibilityJob("window", title, seconds) == 0;
+    return runAccessibilityJob("window", title, seconds) == 0 && closeOverview(seconds);
 }
 
 bool GnomeSession::answerScreenShare(const std::string& itemTitle, double seconds) {

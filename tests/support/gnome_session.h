@@ -77,6 +77,7 @@ public:
     std::optional<uint32_t> portalProperty(const std::string& interface, const std::string& name);
 
 private:
+    bool closeOverview(double seconds);
     GnomeSession() = default;
     bool prepareFolders(std::string& why);
     bool startBuses(std::string& why);
