@@ -15,6 +15,7 @@
 #include "headless_quillo.h"
 #include "project/cursor_track.h"
 #include "support/gnome_session.h"
+#include "support/movies.h"
 #include "support/temp_folder.h"
 
 namespace quillo::agent {
@@ -24,6 +25,21 @@ namespace fs = std::filesystem;
 using testing::TempFolder;
 
 constexpr const char* kForm = "Quillo GNOME form";
+
+// The mean brightness of a thin strip (40×4 pixels) of a screenshot (a JPEG in base64).
+double stripBrightness(const fs::path& folder, const std::string& base64, int x, int y) {
+    fs::path encoded = folder / "shot.b64", picture = folder / "shot.jpg";
+    EXPECT_TRUE(writeFileAtomically(encoded, base64));
+    testing::commandOutput("base64 -d '" + encoded.string() + "' > '" + picture.string() + "'");
+    std::string gray = testing::commandOutput("ffmpeg -v error -i '" + picture.string() +
+                                              "' -vf crop=40:4:" + std::to_string(x - 20) + ":" +
+                                              std::to_string(y - 2) + ",format=gray -f rawvideo -");
+    double sum = 0;
+    for (unsigned char value : gray) {
+        sum += value;
+    }
+    return gray.empty() ? -1 : sum / gray.size();
+}
 
 class GnomeRecording : public ::testing::Test {
 protected:
@@ -137,6 +153,33 @@ TEST_F(GnomeRecording, ThePointerIsRecordedApartFromTheCursorMetadata) {
         lowest = std::min(lowest, sample.x);
     }
     EXPECT_LT(lowest, 0.2) << "the track followed it from the start";
+}
+
+TEST_F(GnomeRecording, ADragMovesASliderThroughTheRemoteDesktopPortal) {
+    ASSERT_TRUE(quillo.start());
+    auto chosen = std::async(std::launch::async, [this] {
+        return quillo.tool("choose_source", {{"kind", "display"}, {"wait_seconds", 30}});
+    });
+    EXPECT_TRUE(session->answerScreenShare("", 20));
+    ToolAnswer shared = chosen.get();
+    ASSERT_FALSE(shared.failed) << shared.text;
+    EXPECT_EQ(shared.item["agentInput"], "accessibility, then the user's pointer")
+        << "get_status says the user's own pointer moves";
+    // The form sits at the top left; its slider's knob starts at (82, 252), dragged to 330.
+    session->movePointer(900, 700);  // the screen changes, so there is a picture
+    std::this_thread::sleep_for(std::chrono::milliseconds(500));
+    // Between the knob's start and end the track turns from light grey to the accent colour.
+    double before = stripBrightness(home.path(), quillo.tool("screenshot").text, 200, 252);
+
+    auto dragged = std::async(std::launch::async, [this] {
+        return quillo.tool("drag", {{"from_x", 82}, {"from_y", 252}, {"to_x", 330}, {"to_y", 252}});
+    });
+    EXPECT_TRUE(session->answerRemoteDesktop(20)) << "the remote-desktop dialog did not come";
+    ToolAnswer answer = dragged.get();
+    ASSERT_FALSE(answer.failed) << answer.text;
+    std::this_thread::sleep_for(std::chrono::milliseconds(500));
+    double after = stripBrightness(home.path(), quillo.tool("screenshot").text, 200, 252);
+    EXPECT_LT(after, before - 20) << "the slider did not move (" << before << " → " << after << ")";
 }
 
 }  // namespace
