@@ -153,6 +153,9 @@ TEST_F(GnomeRecording, ThePointerIsRecordedApartFromTheCursorMetadata) {
         lowest = std::min(lowest, sample.x);
     }
     EXPECT_LT(lowest, 0.2) << "the track followed it from the start";
+    ASSERT_TRUE((*track)->shapes && !(*track)->shapes->empty())
+        << "the cursor's picture came too: "
+        << toCompactJson(project::toJson(**track)).substr(0, 600);
 }
 
 TEST_F(GnomeRecording, ADragMovesASliderThroughTheRemoteDesktopPortal) {
