@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <filesystem>
 #include <future>
 #include <thread>
@@ -39,6 +40,22 @@ double stripBrightness(const fs::path& folder, const std::string& base64, int x,
         sum += value;
     }
     return gray.empty() ? -1 : sum / gray.size();
+}
+
+// The gray pixels of the first picture of `input` (ffmpeg's input options) after `filter`.
+std::string grayPixels(const std::string& input, const std::string& filter) {
+    return testing::commandOutput("ffmpeg -v error " + input + " -frames:v 1 -vf '" + filter +
+                                  ",format=gray' -f rawvideo - 2>/dev/null");
+}
+
+double spread(const std::string& gray) {
+    double mean = 0, square = 0;
+    for (unsigned char value : gray) {
+        mean += value;
+        square += value * value;
+    }
+    mean /= std::max<size_t>(gray.size(), 1);
+    return std::sqrt(std::max(0.0, square / std::max<size_t>(gray.size(), 1) - mean * mean));
 }
 
 class GnomeRecording : public ::testing::Test {
@@ -153,6 +170,33 @@ TEST_F(GnomeRecording, ThePointerIsRecordedApartFromTheCursorMetadata) {
         lowest = std::min(lowest, sample.x);
     }
     EXPECT_LT(lowest, 0.2) << "the track followed it from the start";
+    // The movie has no pointer in it: where it rested at the end, the backdrop is even.
+    fs::path movie = fs::path(id) / "recording.mp4";
+    std::string rest = grayPixels("-sseof -0.3 -i '" + movie.string() + "'", "crop=48:48:1680:880");
+    ASSERT_EQ(rest.size(), 48u * 48u);
+    EXPECT_LT(spread(rest), 6) << "a pointer is drawn in the recorded picture";
+    // The finished video draws the themed cursor from the track: with and without it, the
+    // rendered frames differ, and only in a small part.
+    ASSERT_FALSE(quillo.tool("set_style", {{"id", id}, {"cursor_theme", "neon"}}).failed);
+    double at = (*track)->samples.back().t;
+    auto rendered = [&](bool visible) {
+        EXPECT_FALSE(quillo.tool("set_style", {{"id", id}, {"cursor_visible", visible}}).failed);
+        std::string base64 = quillo.tool("render_frame", {{"id", id}, {"time", at}}).text;
+        EXPECT_TRUE(writeFileAtomically(home / "frame.b64", base64));
+        testing::commandOutput("base64 -d '" + (home / "frame.b64").string() + "' > '" +
+                               (home / "frame.jpg").string() + "'");
+        return grayPixels("-i '" + (home / "frame.jpg").string() + "'", "null");
+    };
+    std::string with = rendered(true), without = rendered(false);
+    ASSERT_EQ(with.size(), without.size());
+    ASSERT_FALSE(with.empty());
+    size_t differing = 0;
+    for (size_t i = 0; i < with.size(); ++i) {
+        differing += std::abs(static_cast<unsigned char>(with[i]) -
+                              static_cast<unsigned char>(without[i])) > 40;
+    }
+    EXPECT_GT(differing, 30u) << "no cursor drawn";
+    EXPECT_LT(differing, with.size() / 50) << "more than a cursor changed";
     ASSERT_TRUE((*track)->shapes && !(*track)->shapes->empty())
         << "the cursor's picture came too: "
         << toCompactJson(project::toJson(**track)).substr(0, 600);
