@@ -150,6 +150,14 @@ void StudioModel::didStart(double startTime) {
     sources.geometry = [session] { return session->captureGeometry(); };
     sources.processID = [session] { return session->sourceProcessID(); };
     sources.agentPointer = [this] { return agentPointer(); };
+    sources.windowOrigin = [backend = m_capture->sharedBackend()](int32_t pid) {
+        for (const auto& window : backend->windowsInPicture()) {
+            if (window.pid == pid) {
+                return std::optional<Point>(Point{window.frame.x, window.frame.y});
+            }
+        }
+        return std::optional<Point>();
+    };
     m_cursor = std::make_unique<capture::CursorRecorder>(
         m_capture->sharedBackend(), m_main, std::move(sources), capture::makeCaretLocator());
     m_cursor->begin(m_current->directory, m_preferences.get(prefs::smoothCursor),

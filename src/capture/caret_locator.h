@@ -13,9 +13,10 @@ namespace quillo::capture {
 class CaretLocator {
 public:
     virtual ~CaretLocator() = default;
-    // The caret's rectangle in screen pixels, looked for in the app with process id `pid` (any
-    // app when 0); none when no focused element tells where its caret is.
-    virtual std::optional<Rect> locate(int32_t pid) = 0;
+    // The caret's rectangle in screen pixels (on Wayland: in its window's), looked for in the
+    // app with process id `pid` (any app when 0); none when no focused element tells where its
+    // caret is. `foundIn`, when given, receives the process of the app it was found in.
+    virtual std::optional<Rect> locate(int32_t pid, int32_t* foundIn = nullptr) = 0;
 };
 
 // The AT-SPI locator; one that never finds anything when the accessibility bus is missing.

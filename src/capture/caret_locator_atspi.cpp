@@ -126,7 +126,7 @@ void walkForFocus(AtspiAccessible* element, int depth, int& budget,
 
 class AtspiCaretLocator final : public CaretLocator {
 public:
-    std::optional<Rect> locate(int32_t pid) override {
+    std::optional<Rect> locate(int32_t pid, int32_t* foundIn) override {
         std::lock_guard lock(g_mutex);
         if (!connectAndDrain()) {
             return std::nullopt;
@@ -146,16 +146,16 @@ public:
             if (!app) {
                 continue;
             }
-            if (pid != 0) {
-                bool gotPid = false;
-                guint appPid = checked(gotPid, [&](GError** e) {
-                    return atspi_accessible_get_process_id(app.get(), e);
-                });
-                if (!gotPid || static_cast<int32_t>(appPid) != pid) {
-                    continue;
-                }
+            bool gotPid = false;
+            guint appPid = checked(
+                gotPid, [&](GError** e) { return atspi_accessible_get_process_id(app.get(), e); });
+            if (pid != 0 && (!gotPid || static_cast<int32_t>(appPid) != pid)) {
+                continue;
             }
             if (auto caret = caretInApp(app.get())) {
+                if (foundIn != nullptr) {
+                    *foundIn = gotPid ? static_cast<int32_t>(appPid) : 0;
+                }
                 return caret;
             }
         }

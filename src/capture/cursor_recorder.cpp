@@ -250,8 +250,17 @@ void CursorRecorder::locateCaret() {
     auto alive = m_alive;
     TaskQueue* main = &m_main;
     CaretLocator* locator = m_caretLocator.get();
-    m_caretQueue->post([this, alive, main, locator, pid] {
-        std::optional<Rect> caret = locator->locate(pid);
+    auto place = m_sources.windowOrigin;
+    m_caretQueue->post([this, alive, main, locator, pid, place] {
+        int32_t foundIn = 0;
+        std::optional<Rect> caret = locator->locate(pid, &foundIn);
+        // Where the caret comes relative to its window, the window's place is added.
+        if (caret && place && foundIn != 0) {
+            if (auto origin = place(foundIn)) {
+                caret->x += origin->x;
+                caret->y += origin->y;
+            }
+        }
         main->post([this, alive, caret] {
             if (!*alive || !caret) {
                 return;

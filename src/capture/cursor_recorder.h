@@ -35,6 +35,9 @@ public:
         std::function<std::optional<Point>()> agentPointer;
         // The shared app's process id, where the caret is looked for (none: any app).
         std::function<std::optional<int32_t>()> processID;
+        // Where a process's window lies in the shared picture, for carets that come relative
+        // to their window (Wayland); none where they come in screen pixels.
+        std::function<std::optional<Point>(int32_t)> windowOrigin;
     };
 
     static constexpr double kSampleInterval = 0.033;

@@ -122,34 +122,41 @@ TEST_F(WaylandRecording, AnAgentRecordsTheScreenAndTheExportShowsTheTyping) {
     double duration = recording.item["duration"];
     EXPECT_GT(duration, 2.0);
 
-    // The frame near the end shows the typed address, read back by text recognition.
-    Answer frame = tool("render_frame", {{"id", id}, {"time", duration - 0.2}});
-    ASSERT_FALSE(frame.failed) << frame.text.substr(0, 200);
-    ASSERT_TRUE(writeFileAtomically(home / "frame.b64", frame.text));
-    testing::commandOutput("base64 -d '" + (home / "frame.b64").string() + "' > '" +
-                           (home / "frame.jpg").string() + "'");
-    testing::ffmpeg("-i '" + (home / "frame.jpg").string() + "' -f rawvideo -pix_fmt bgra",
-                    home / "frame.raw");
-    auto size = parseJson(
-        testing::commandOutput("ffprobe -v error -show_entries stream=width,height -of json '" +
-                               (home / "frame.jpg").string() + "'"));
-    ASSERT_TRUE(size && !(*size)["streams"].empty());
-    media::VideoFrame picture;
-    picture.width = (*size)["streams"][0]["width"];
-    picture.height = (*size)["streams"][0]["height"];
-    picture.stride = picture.width * 4;
-    auto bytes = readFile(home / "frame.raw");
-    ASSERT_TRUE(bytes);
-    picture.pixels.assign(bytes->begin(), bytes->end());
-    redaction::SensitiveScanner scanner(1);
-    auto findings = scanner.recognize(picture);
-    ASSERT_TRUE(findings) << findings.error().message;
-    bool seen = false;
+    // A frame near the end shows the typed address, read back by text recognition (a second
+    // frame is read when the first gives nothing, as recognition of a busy machine's frame
+    // has once come back empty).
     std::string read;
-    for (const auto& finding : *findings) {
-        read += finding.text + " | ";
-        seen = seen || finding.text.find("@quillo.dev") != std::string::npos;
-    }
+    auto shows = [&](double time) {
+        Answer frame = tool("render_frame", {{"id", id}, {"time", time}});
+        EXPECT_FALSE(frame.failed) << frame.text.substr(0, 200);
+        EXPECT_TRUE(writeFileAtomically(home / "frame.b64", frame.text));
+        testing::commandOutput("base64 -d '" + (home / "frame.b64").string() + "' > '" +
+                               (home / "frame.jpg").string() + "'");
+        auto size = parseJson(
+            testing::commandOutput("ffprobe -v error -show_entries stream=width,height -of json '" +
+                                   (home / "frame.jpg").string() + "'"));
+        if (!size || (*size)["streams"].empty()) {
+            return false;
+        }
+        media::VideoFrame picture;
+        picture.width = (*size)["streams"][0]["width"];
+        picture.height = (*size)["streams"][0]["height"];
+        picture.stride = picture.width * 4;
+        std::string bytes =
+            testing::commandOutput("ffmpeg -v error -i '" + (home / "frame.jpg").string() +
+                                   "' -f rawvideo -pix_fmt bgra -");
+        EXPECT_EQ(bytes.size(), static_cast<size_t>(picture.stride) * picture.height);
+        picture.pixels.assign(bytes.begin(), bytes.end());
+        redaction::SensitiveScanner scanner(1);
+        auto findings = scanner.recognize(picture);
+        bool seen = false;
+        for (const auto& finding : findings.value_or(std::vector<redaction::SensitiveFinding>{})) {
+            read += finding.text + " | ";
+            seen = seen || finding.text.find("@quillo.dev") != std::string::npos;
+        }
+        return seen;
+    };
+    bool seen = shows(duration - 0.2) || shows(duration - 0.8);
     EXPECT_TRUE(seen) << "the typed address is not in the rendered frame; read: " << read;
     if (!seen) {
         fs::copy_file(home / "frame.jpg", fs::temp_directory_path() / "quillo-wayland-frame.jpg",

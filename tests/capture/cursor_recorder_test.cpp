@@ -19,7 +19,7 @@ namespace fs = std::filesystem;
 class FixedCaret : public CaretLocator {
 public:
     explicit FixedCaret(std::optional<Rect> caret) : m_caret(caret) {}
-    std::optional<Rect> locate(int32_t) override {
+    std::optional<Rect> locate(int32_t, int32_t*) override {
         ++lookups;
         return m_caret;
     }
