@@ -138,13 +138,15 @@ TEST_F(WaylandRecording, AnAgentRecordsTheScreenAndTheExportShowsTheTyping) {
         if (!size || (*size)["streams"].empty()) {
             return false;
         }
+        // Only the terminal's half is read: with the form beside it, page layout analysis has
+        // dropped the terminal's middle lines.
         media::VideoFrame picture;
-        picture.width = (*size)["streams"][0]["width"];
+        picture.width = (*size)["streams"][0]["width"].get<int>() / 2;
         picture.height = (*size)["streams"][0]["height"];
         picture.stride = picture.width * 4;
-        std::string bytes =
-            testing::commandOutput("ffmpeg -v error -i '" + (home / "frame.jpg").string() +
-                                   "' -f rawvideo -pix_fmt bgra -");
+        std::string bytes = testing::commandOutput(
+            "ffmpeg -v error -i '" + (home / "frame.jpg").string() +
+            "' -vf crop=" + std::to_string(picture.width) + ":ih:0:0 -f rawvideo -pix_fmt bgra -");
         EXPECT_EQ(bytes.size(), static_cast<size_t>(picture.stride) * picture.height);
         picture.pixels.assign(bytes.begin(), bytes.end());
         redaction::SensitiveScanner scanner(1);
