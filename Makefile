@@ -5,8 +5,9 @@ BUILD      ?= build
 JOBS       ?= $(shell nproc)
 GENERATOR  := -G Ninja
 FUZZ_TIME  ?= 60
+PACKAGE_BUILD ?= $(BUILD)/package
 
-.PHONY: all run test bench fuzz format deps release clean
+.PHONY: all run test bench fuzz format deps release package clean
 
 all: release
 
@@ -16,6 +17,13 @@ deps:
 release: deps
 	cmake -S . -B $(BUILD)/release $(GENERATOR) -DCMAKE_BUILD_TYPE=Release -DQUILLO_TESTS=OFF
 	cmake --build $(BUILD)/release -j $(JOBS) --target quillo
+
+# A Release build without tests, and its Debian package beside it.
+package: deps
+	cmake -S . -B $(PACKAGE_BUILD) $(GENERATOR) -DCMAKE_BUILD_TYPE=Release -DQUILLO_TESTS=OFF
+	cmake --build $(PACKAGE_BUILD) -j $(JOBS)
+	cd $(PACKAGE_BUILD) && cpack -G DEB
+	@ls $(PACKAGE_BUILD)/quillo_*.deb
 
 run: release
 	$(BUILD)/release/src/app/quillo $(ARGS)
