@@ -9,7 +9,9 @@
 namespace quillo::app {
 
 AppRuntime::AppRuntime(MainQueue& mainQueue)
-    : m_preferences(Preferences::shared()), m_server(supportFolder() / "mcp.json") {
+    : m_preferences(Preferences::shared()),
+      m_server(supportFolder() / "mcp.json"),
+      m_main(mainQueue) {
     project::PalloMigration::run(m_preferences.store(), project::PalloMigration::Places::standard(),
                                  environmentValue("QUILLO_SELFTEST") == "1");
     (void)m_preferences.store().startWatching(mainQueue);
@@ -39,11 +41,18 @@ AppRuntime::AppRuntime(MainQueue& mainQueue)
 }
 
 AppRuntime::~AppRuntime() {
+    m_shortcut.reset();
     m_preferences.removeObserver(m_observer);
     m_server.stop();
     m_tools.reset();
     m_studio.reset();
     m_preferences.store().stopWatching();
+}
+
+void AppRuntime::enableGlobalShortcut() {
+    if (!m_shortcut && environmentValue("QUILLO_SELFTEST") != "1") {
+        m_shortcut = std::make_unique<GlobalShortcut>(m_preferences, *m_backend, *m_studio, m_main);
+    }
 }
 
 void AppRuntime::applyServerSetting() {

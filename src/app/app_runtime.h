@@ -8,6 +8,7 @@
 #include "agent/control_server.h"
 #include "base/main_queue.h"
 #include "capture/display_backend.h"
+#include "global_shortcut.h"
 #include "preferences.h"
 #include "project/project_library.h"
 #include "recovery.h"
@@ -35,6 +36,9 @@ public:
     agent::ControlServer& server() { return m_server; }
     // How many recordings the library listed at start, or none when it could not be read.
     std::optional<size_t> recordingCount() const { return m_count; }
+    // Registers the global record shortcut (a windowed Quillo, never in self-test mode).
+    void enableGlobalShortcut();
+    const GlobalShortcut* globalShortcut() const { return m_shortcut.get(); }
     // The lines printed at start in a terminal: library, recovery, capture and agent server.
     std::vector<std::string> summary() const;
 
@@ -49,6 +53,8 @@ private:
     std::shared_ptr<agent::AgentTools> m_tools;
     agent::ControlServer m_server;
     PreferenceStore::ObserverId m_observer{};
+    MainQueue& m_main;
+    std::unique_ptr<GlobalShortcut> m_shortcut;
 };
 
 }  // namespace quillo::app

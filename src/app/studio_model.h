@@ -117,6 +117,8 @@ public:
     const std::optional<std::string>& lastSaved() const { return m_lastSaved; }
     // Recordings completed after a crash at start-up (see recoverRecordings).
     void noteRecovered(size_t count);
+    // A status line from the application around the model (the global shortcut's).
+    void showMessage(std::string text, bool error) { setMessage(std::move(text), error); }
 
     std::function<void()> onSafeQuit;
     Signal<> changed;  // any of the lifecycle values above changed

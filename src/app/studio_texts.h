@@ -12,6 +12,8 @@ inline constexpr const char* kChooseSource = "Choose a window or display to star
 inline constexpr const char* kReadyToRecord = "Ready to record.";
 inline constexpr const char* kChooseInPicker = "Choose your source in the sharing picker.";
 inline constexpr const char* kCountdownCancelled = "Countdown cancelled.";
+inline constexpr const char* kShortcutTaken =
+    " is taken by another app. Choose another in Settings, or use the Record button.";
 inline constexpr const char* kStarting = "Starting recording…";
 inline constexpr const char* kPaused = "Paused. Anything you do now is cut from the video.";
 inline constexpr const char* kFinishing = "Finishing your recording…";

@@ -10,6 +10,7 @@
 #include "base/cancel_token.h"
 #include "base/result.h"
 #include "capture_types.h"
+#include "global_keys.h"
 
 namespace quillo::capture {
 
@@ -95,6 +96,11 @@ public:
     virtual std::optional<bool> rememberedChoice() { return std::nullopt; }
     // Something the user should read about the last choice of source (once each), if any.
     virtual std::optional<std::string> takeNotice() { return std::nullopt; }
+
+    // Desktop-wide keys; an error where the session offers none.
+    virtual Result<std::unique_ptr<GlobalKeys>> globalKeys() {
+        return AppError("Global shortcuts aren't available in this session.");
+    }
 
     virtual Result<std::unique_ptr<ScreenGrabber>> grabber() = 0;
     virtual Result<std::unique_ptr<InputWatcher>> watchInput(

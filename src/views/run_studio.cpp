@@ -12,6 +12,7 @@
 #include "app/app_runtime.h"
 #include "base/paths.h"
 #include "qt_main_queue.h"
+#include "recording_tray.h"
 #include "studio_window.h"
 
 namespace quillo::views {
@@ -58,6 +59,12 @@ int runStudio(int argc, char** argv, const char* version) {
 
         StudioWindow window(studio);
         window.show();
+        runtime.enableGlobalShortcut();
+        RecordingTray tray(studio,
+                           {.chooseSource = [&studio](bool window) { studio.choose(window); },
+                            .openSettings = [&window] { window.openSettings(); },
+                            .showStudio = [&window] { window.showStudio(); },
+                            .quit = [&window] { window.close(); }});
 
         // Ctrl+C in the terminal closes the window as the close button does (waiting for a
         // recording to be saved); a second one quits at once.

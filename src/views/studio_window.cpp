@@ -207,6 +207,15 @@ void StudioWindow::showStatus() {
     m_status->setPalette(palette);
 }
 
+void StudioWindow::showStudio() {
+    if (isMinimized()) {
+        showNormal();
+    }
+    show();
+    raise();
+    activateWindow();
+}
+
 void StudioWindow::openSettings() {
     // One settings window, beside the studio: changes show in the open editor as they are made.
     if (!m_settings) {

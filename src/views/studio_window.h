@@ -31,6 +31,9 @@ public:
     EditorView* editorView(const std::string& id) const;
     // The editor tab shown now, if any.
     EditorView* currentEditor() const;
+    void openSettings();
+    // Brings the window to the front, from a minimised or hidden state too.
+    void showStudio();
 
 protected:
     void closeEvent(QCloseEvent* event) override;
@@ -40,7 +43,6 @@ private:
     void syncTabs();
     void updateActions();
     void showStatus();
-    void openSettings();
 
     app::StudioModel& m_studio;
     QTabWidget* m_tabs;

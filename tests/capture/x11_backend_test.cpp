@@ -1,6 +1,7 @@
 // The X11 backend against a private Xvfb and real X programs: windows and monitors, grabs and
 // damage, resizing, the picker, raw input, and the caret of a GTK field over AT-SPI.
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <csignal>
@@ -383,6 +384,33 @@ TEST_F(Bare, WatchesClicksAndKeysAnywhere) {
 }
 
 // --- the caret
+
+TEST_F(Bare, AGlobalChordFiresWhateverTheLocksAndIsRefusedToASecondClient) {
+    terminal("40x10+30+40");
+    auto first = backend->globalKeys();
+    auto second = makeDisplayBackend()->globalKeys();
+    ASSERT_TRUE(first && second);
+    std::atomic<int> presses{0};
+    KeyChord chord{'2', true, true, false, false};
+    auto grab = (*first)->grab(chord, [&] { ++presses; });
+    ASSERT_TRUE(grab) << grab.error().message;
+    auto taken = (*second)->grab(chord, [] {});
+    ASSERT_FALSE(taken);
+    EXPECT_NE(taken.error().message.find("taken by another app"), std::string::npos);
+
+    x->xdotool("key ctrl+shift+2");
+    EXPECT_TRUE(eventually([&] { return presses == 1; }));
+    x->xdotool("key Num_Lock key ctrl+shift+2 key Num_Lock");
+    EXPECT_TRUE(eventually([&] { return presses == 2; }));
+    // Other modifiers are another chord; the press goes to the focused window.
+    x->xdotool("key ctrl+2");
+    x->xdotool("key ctrl+shift+2");
+    EXPECT_TRUE(eventually([&] { return presses == 3; }));
+    EXPECT_EQ(presses, 3);
+
+    (*first)->release(*grab);
+    EXPECT_TRUE((*second)->grab(chord, [] {}));
+}
 
 TEST_F(Accessible, FindsTheCaretOfTheFocusedField) {
     pid_t form = x->spawn({QUILLO_GTK_ENTRY, "Caret form"});

@@ -174,6 +174,8 @@ public:
 
     Result<std::unique_ptr<ScreenGrabber>> grabber() override { return makeGrabber(m_name); }
 
+    Result<std::unique_ptr<GlobalKeys>> globalKeys() override { return makeGlobalKeys(m_name); }
+
     Result<std::unique_ptr<InputWatcher>> watchInput(
         std::function<void(const InputEvent&)> onInput) override {
         return makeInputWatcher(m_name, std::move(onInput));

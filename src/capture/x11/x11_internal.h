@@ -87,6 +87,7 @@ std::vector<MonitorInfo> listMonitors(Display* display);
 Result<std::unique_ptr<ScreenGrabber>> makeGrabber(const std::string& displayName);
 Result<std::unique_ptr<InputWatcher>> makeInputWatcher(
     const std::string& displayName, std::function<void(const InputEvent&)> onInput);
+Result<std::unique_ptr<GlobalKeys>> makeGlobalKeys(const std::string& displayName);
 Result<std::optional<SourceRef>> pickSource(const std::string& displayName, bool displayOnly,
                                             double timeout, const CancelToken& cancel);
 
