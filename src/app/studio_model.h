@@ -92,6 +92,9 @@ public:
     void stop();
     void togglePause();
     void resume();
+    // Stops the recording under way and throws it away: its folder goes to the Trash, so it is
+    // never listed, saved or opened. During the countdown it cancels the countdown.
+    void discard();
     // Recording seconds at a steady-clock time: wall time since the start less the pauses.
     double elapsed(double at) const;
     // A quit may go ahead now; otherwise it waits for the recording to be saved and then
@@ -121,7 +124,8 @@ public:
     void showMessage(std::string text, bool error) { setMessage(std::move(text), error); }
 
     std::function<void()> onSafeQuit;
-    Signal<> changed;  // any of the lifecycle values above changed
+    Signal<> changed;         // any of the lifecycle values above changed
+    Signal<> frontRequested;  // the studio window should come to the front
 
     // --- agent::Studio capture operations (worker threads)
     Json captureStatus() override;
@@ -164,6 +168,7 @@ private:
     void beginRecording();
     void didStart(double startTime);
     void saveRecording(double duration);
+    void throwAway();
     void recordingFailed(const Json& info);
     void finishQuitIfNeeded();
     void startBackgroundJobs(const project::LocalProject& project);
@@ -219,6 +224,7 @@ private:
     std::optional<double> m_pausedSince;  // steady-clock time the pause began
     double m_pausedTotal = 0;
     bool m_stopRequested = false;
+    bool m_discarding = false;   // the recording under way ends in the Trash, not the library
     std::string m_startNotice;   // a notice while starting (no sound), kept in the status
     std::string m_sourceNotice;  // one that came with the source's choice, kept until then
     bool m_quitting = false;

@@ -40,6 +40,7 @@ void StudioModel::toggleRecording() {
         case RecordingState::Idle:
             if (!m_source) {
                 setMessage(texts::chooseFirst(shortcutText(m_preferences)), true);
+                frontRequested();
                 return;
             }
             start();
@@ -81,6 +82,7 @@ void StudioModel::start() {
     m_choosing = false;
     m_hasError = false;
     m_stopRequested = false;
+    m_discarding = false;
     m_startNotice = std::exchange(m_sourceNotice, "");
     ++m_attempt;
     // Step aside: the recorded app comes to the front (there is no studio window to hide yet).
@@ -236,6 +238,19 @@ void StudioModel::stop() {
     m_state = RecordingState::Saving;
     setMessage(texts::kFinishing);
     m_capture->stop();
+}
+
+void StudioModel::discard() {
+    if (m_state == RecordingState::CountingDown) {
+        cancelCountdown();
+        return;
+    }
+    if (m_state != RecordingState::Starting && m_state != RecordingState::Recording) {
+        return;
+    }
+    // The movie is finished as for a stop; its folder is thrown away once it is closed.
+    m_discarding = true;
+    stop();
 }
 
 bool StudioModel::requestQuit() {

@@ -312,6 +312,8 @@ void LibraryView::updateState() {
             tr("Try another word, or clear the search to see all %1.")
                 .arg(total == 1 ? tr("1 recording") : tr("%1 recordings").arg(total)));
     }
+    // A centred label keeps its first height; the wrapped text needs the height of its lines.
+    m_emptyDetail->setMinimumHeight(m_emptyDetail->heightForWidth(m_emptyDetail->width()));
     m_pages->setCurrentIndex(1);
 }
 

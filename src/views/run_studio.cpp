@@ -59,6 +59,7 @@ int runStudio(int argc, char** argv, const char* version) {
 
         StudioWindow window(studio);
         window.show();
+        int front = studio.frontRequested.connect([&window] { window.showStudio(); });
         runtime.enableGlobalShortcut();
         RecordingTray tray(studio,
                            {.chooseSource = [&studio](bool window) { studio.choose(window); },
@@ -84,6 +85,7 @@ int runStudio(int argc, char** argv, const char* version) {
             }
         });
         result = QApplication::exec();
+        studio.frontRequested.disconnect(front);
         finished = true;
         pthread_kill(waiter.native_handle(), SIGTERM);
         waiter.join();
