@@ -5,6 +5,7 @@
 
 #include "base/log.h"
 #include "base/repeating_timer.h"
+#include "base/trash.h"
 #include "capture/capture_session.h"
 #include "capture/cursor_recorder.h"
 #include "editor/auto_zoom.h"
@@ -68,6 +69,10 @@ void StudioModel::saveRecording(double duration) {
         changed();
         return;
     }
+    if (m_discarding) {
+        throwAway();
+        return;
+    }
     project::LocalProject project = *m_current;
     std::optional<project::CursorTrack> track;
     if (m_cursor) {
@@ -103,6 +108,31 @@ void StudioModel::saveRecording(double duration) {
         (void)open(project.id());
     }
     changed();
+    finishQuitIfNeeded();
+}
+
+// A discarded recording, once its movie is closed: nothing of it is kept in the library. The
+// folder goes to the Trash (deleted where there is no Trash to take it).
+void StudioModel::throwAway() {
+    project::LocalProject project = *m_current;
+    if (m_cursor) {
+        (void)m_cursor->finish();
+        m_cursor.reset();
+    }
+    m_ticker.reset();
+    unmarkRecording(project.directory);
+    if (auto trashed = moveToTrash(project.directory); !trashed) {
+        logError("app.quillo.studio", trashed.error().message + " " + trashed.error().detail);
+        std::error_code ignored;
+        std::filesystem::remove_all(project.directory, ignored);
+    }
+    m_discarding = false;
+    m_started.reset();
+    m_current.reset();
+    m_paused = false;
+    m_state = RecordingState::Idle;
+    reload();
+    setMessage(texts::kDiscarded);
     finishQuitIfNeeded();
 }
 

@@ -18,6 +18,7 @@ inline constexpr const char* kStarting = "Starting recording…";
 inline constexpr const char* kPaused = "Paused. Anything you do now is cut from the video.";
 inline constexpr const char* kFinishing = "Finishing your recording…";
 inline constexpr const char* kSaved = "Saved. Trim, zoom, and export below.";
+inline constexpr const char* kDiscarded = "The recording was discarded.";
 inline constexpr const char* kRecordingFailed = "Recording failed.";
 inline constexpr const char* kExportBlocksQuit = "Finish or cancel the export before closing.";
 inline constexpr const char* kNotRetina =
