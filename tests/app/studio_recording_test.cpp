@@ -13,6 +13,7 @@
 #include "app/studio_texts.h"
 #include "base/files.h"
 #include "base/main_queue.h"
+#include "base/paths.h"
 #include "capture/capture_session.h"
 #include "project/edits_json.h"
 #include "support/fake_display.h"
@@ -165,6 +166,50 @@ TEST_F(StudioRecording, RecordNeedsASourceAndTheCountdownCanBeCancelled) {
         EXPECT_EQ(studio->state(), RecordingState::Idle);
         EXPECT_EQ(studio->message(), texts::kCountdownCancelled);
     });
+}
+
+TEST_F(StudioRecording, ADiscardedRecordingGoesToTheTrashAndIsNeverListed) {
+    ASSERT_TRUE(preferences->set(prefs::openAfterRecording, true));
+    ASSERT_TRUE(studio->shareWindow(4242, ""));
+    ASSERT_TRUE(studio->startRecording());
+    std::this_thread::sleep_for(600ms);
+    ASSERT_TRUE(studio->setPaused(true));  // a pause open at the discard is no obstacle
+    onMain([&] { studio->discard(); });
+    for (int i = 0; i < 200 && onMain([&] { return studio->state(); }) != RecordingState::Idle;
+         ++i) {
+        std::this_thread::sleep_for(20ms);
+    }
+    EXPECT_EQ(onMain([&] { return studio->message(); }), texts::kDiscarded);
+    EXPECT_FALSE(onMain([&] { return studio->hasError(); }));
+    EXPECT_FALSE(onMain([&] { return studio->paused(); }));
+    EXPECT_FALSE(onMain([&] { return studio->lastSaved(); }));
+    EXPECT_FALSE(onMain([&] { return studio->openRecording(); }));
+    EXPECT_TRUE(onMain([&] { return studio->projects(); }).empty());
+    std::vector<fs::path> left;
+    for (const auto& entry : fs::directory_iterator(home / "Library")) {
+        left.push_back(entry.path());
+    }
+    EXPECT_TRUE(left.empty());
+    // The movie was finished before it went: the Trash holds a whole recording.
+    std::vector<fs::path> trashed;
+    for (const auto& entry : fs::directory_iterator(dataHome() / "Trash" / "files")) {
+        trashed.push_back(entry.path());
+    }
+    ASSERT_EQ(trashed.size(), 1u);
+    EXPECT_GT(fs::file_size(trashed[0] / "recording.mp4"), 0u);
+    EXPECT_FALSE(fs::exists(trashed[0] / kRecordingMark));
+
+    // The next recording is saved as usual.
+    ASSERT_TRUE(studio->startRecording());
+    std::this_thread::sleep_for(300ms);
+    auto saved = studio->stopRecording();
+    ASSERT_TRUE(saved) << saved.error().message;
+    EXPECT_EQ((*saved)["message"], texts::kSaved);
+    EXPECT_EQ(onMain([&] {
+                  studio->reload();
+                  return studio->projects();
+              }).size(),
+              1u);
 }
 
 TEST_F(StudioRecording, QuillosOwnWindowIsRefusedAndTheSourceStays) {
