@@ -14,18 +14,12 @@ namespace quillo::testing {
 namespace {
 
 namespace fs = std::filesystem;
-using namespace wayland;
+using namespace desktop;
 
 constexpr const char* kMarker = "QUILLO_GNOME_SESSION";
 constexpr const char* kPortal = "/usr/libexec/xdg-desktop-portal";
 constexpr const char* kMonitor = "Meta-0";  // gnome-shell's name for its virtual monitor
 constexpr double kStartSeconds = 15;        // for each server to come up
-
-void writeFile(const fs::path& file, const std::string& text) {
-    std::error_code error;
-    fs::create_directories(file.parent_path(), error);
-    std::ofstream(file) << text;
-}
 
 // A bus that lets every user in: the desktop's user owns it, this process may be root.
 std::string busConfig(const std::string& type, const std::string& extra) {
@@ -277,10 +271,8 @@ bool GnomeSession::startShell(const Options& options, std::string& why) {
                            std::to_string(m_user->first) + " --regid=" +
                            std::to_string(m_user->second) + " --clear-groups -- \"$0\" \"$@\""};
         launch.argv.insert(launch.argv.end(), shell.begin(), shell.end());
-        pid = wayland::launch({.argv = launch.argv,
-                               .environment = m_serverEnvironment,
-                               .log = m_logs / "gnome-shell.log"});
-        m_servers.push_back(pid);
+        pid = Desktop::startServer("gnome-shell",
+                                   {.argv = launch.argv, .environment = m_serverEnvironment});
     } else {
         pid = startServer("gnome-shell", launch);
     }
@@ -335,9 +327,8 @@ bool GnomeSession::closeOverview(double seconds) {
 bool GnomeSession::startPortal(std::string& why) {
     // As this process's user, not the desktop's: see the header. It starts its GNOME backend
     // through the bus, as the desktop's user.
-    pid_t pid = wayland::launch(
-        {.argv = {kPortal}, .environment = m_serverEnvironment, .log = m_logs / "portal.log"});
-    m_servers.push_back(pid);
+    pid_t pid =
+        Desktop::startServer("portal", {.argv = {kPortal}, .environment = m_serverEnvironment});
     if (!waitUntil(kStartSeconds,
                    [&] {
                        return hasEnded(pid) || portalProperty("org.freedesktop.portal.ScreenCast",
@@ -351,81 +342,29 @@ bool GnomeSession::startPortal(std::string& why) {
     return true;
 }
 
+GnomeSession::GnomeSession() : Desktop(kMarker) {}
+
 pid_t GnomeSession::startServer(const std::string& name, Launch launch) {
-    launch.log = m_logs / (name + ".log");
     launch.user = m_user;
     launch.environment.insert(launch.environment.begin(), m_serverEnvironment.begin(),
                               m_serverEnvironment.end());
-    pid_t pid = wayland::launch(launch);
-    if (pid > 0) {
-        m_servers.push_back(pid);
-    }
-    return pid;
+    return Desktop::startServer(name, std::move(launch));
 }
 
 GnomeSession::~GnomeSession() {
-    for (pid_t pid : m_programs) {
-        endGroup(pid, 1);
-    }
+    endClients();
     if (m_bus != nullptr) {
         // Ends mutter's remote desktop session too.
         g_dbus_connection_close_sync(m_bus, nullptr, nullptr);
         g_object_unref(m_bus);
     }
-    // The portal before gnome-shell, PipeWire and the buses; the services the bus started
-    // (the GNOME backend, the AT-SPI bus) are found by their marker before the system bus,
-    // which went first, goes last.
-    for (auto it = m_servers.rbegin(); it != m_servers.rend(); ++it) {
-        if (std::next(it) == m_servers.rend()) {
-            killMarked(kMarker, m_marker);
-        }
-        endGroup(*it, 1);
-    }
-    for (auto it = m_savedEnvironment.rbegin(); it != m_savedEnvironment.rend(); ++it) {
-        if (it->second) {
-            ::setenv(it->first.c_str(), it->second->c_str(), 1);
-        } else {
-            ::unsetenv(it->first.c_str());
-        }
-    }
-    if (!m_folder.empty()) {
-        std::error_code error;
-        fs::remove_all(m_folder, error);
-    }
-}
-
-void GnomeSession::setVariable(const std::string& name, const std::optional<std::string>& value) {
-    auto saved = [&](const Variable& entry) { return entry.first == name; };
-    if (std::find_if(m_savedEnvironment.begin(), m_savedEnvironment.end(), saved) ==
-        m_savedEnvironment.end()) {
-        const char* old = std::getenv(name.c_str());
-        m_savedEnvironment.emplace_back(
-            name, old != nullptr ? std::optional<std::string>(old) : std::nullopt);
-    }
-    std::erase_if(m_environment, saved);
-    m_environment.emplace_back(name, value);
-    if (value) {
-        ::setenv(name.c_str(), value->c_str(), 1);
-    } else {
-        ::unsetenv(name.c_str());
-    }
+    // Then the servers, newest first: the services the bus started (the GNOME backend, the
+    // AT-SPI bus) are found by their marker before the system bus, which went first.
 }
 
 pid_t GnomeSession::spawn(const std::vector<std::string>& argv) {
-    pid_t pid = launch(
+    return startClient(
         {.argv = argv, .environment = {{"GDK_BACKEND", "wayland"}}, .log = m_logs / "clients.log"});
-    if (pid > 0) {
-        m_programs.push_back(pid);
-    }
-    return pid;
-}
-
-void GnomeSession::stop(pid_t pid) {
-    auto it = std::find(m_programs.begin(), m_programs.end(), pid);
-    if (it != m_programs.end()) {
-        m_programs.erase(it);
-        endGroup(pid, 1);
-    }
 }
 
 bool GnomeSession::busNameOwned(const std::string& name) {

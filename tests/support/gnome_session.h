@@ -10,7 +10,7 @@
 #include <sys/types.h>
 #include <vector>
 
-#include "support/wayland_processes.h"
+#include "support/desktop_processes.h"
 
 // GDBus's connection, kept out of the tests' includes.
 struct _GDBusConnection;
@@ -31,7 +31,7 @@ namespace quillo::testing {
 // DBUS_SESSION_BUS_ADDRESS, XDG_SESSION_TYPE=wayland, XDG_CURRENT_DESKTOP=GNOME; DISPLAY unset)
 // points at it; the destructor ends every program it started, by pid and newest first, and
 // puts the environment back. Use it from the test's main thread.
-class GnomeSession {
+class GnomeSession : public desktop::Desktop {
 public:
     struct Options {
         int width = 1920;  // of the virtual monitor, Meta-0
@@ -41,18 +41,14 @@ public:
 
     // None, with the reason in `why`, when a program is missing or does not come up.
     static std::unique_ptr<GnomeSession> start(const Options& options, std::string& why);
-    ~GnomeSession();
+    ~GnomeSession() override;
     GnomeSession(const GnomeSession&) = delete;
     GnomeSession& operator=(const GnomeSession&) = delete;
 
     const std::filesystem::path& runtimeDir() const { return m_runtimeDir; }
-    // What a child started by other means needs; a variable without value must be removed.
-    const std::vector<wayland::Variable>& environment() const { return m_environment; }
 
     // Starts a client (GDK_BACKEND=wayland) as this process's user; ended with the session.
     pid_t spawn(const std::vector<std::string>& argv);
-    // Ends a client started by spawn (SIGTERM, then SIGKILL after a second).
-    void stop(pid_t pid);
 
     // Whether a top-level window whose title contains `title` shows on AT-SPI within `seconds`.
     bool waitForWindow(const std::string& title, double seconds = 10);
@@ -78,34 +74,26 @@ public:
 
 private:
     bool closeOverview(double seconds);
-    GnomeSession() = default;
+    GnomeSession();
     bool prepareFolders(std::string& why);
     bool startBuses(std::string& why);
     bool startPipeWire(std::string& why);
     bool startShell(const Options& options, std::string& why);
     bool startPortal(std::string& why);
     bool startRemoteInput(std::string& why);
-    // Starts a server of the session as its user, logging to logs/NAME.log.
-    pid_t startServer(const std::string& name, wayland::Launch launch);
+    // Starts a server of the session as its user, with its environment.
+    pid_t startServer(const std::string& name, desktop::Launch launch);
     bool busNameOwned(const std::string& name);
     // Runs this binary as the AT-SPI helper for `job` (see gnome_session.cpp); its exit status.
     int runAccessibilityJob(const std::string& job, const std::string& argument, double seconds);
-    void setVariable(const std::string& name, const std::optional<std::string>& value);
 
-    std::filesystem::path m_folder;      // everything below; removed at the end
     std::filesystem::path m_runtimeDir;  // XDG_RUNTIME_DIR of the desktop and its clients
     std::filesystem::path m_home;        // HOME and XDG_*_HOME of the desktop's user
-    std::filesystem::path m_logs;
-    std::optional<std::pair<uid_t, gid_t>> m_user;  // the desktop's user; none: ours
-    std::string m_marker;                           // in every server's environment
-    std::vector<wayland::Variable> m_environment;
-    std::vector<wayland::Variable> m_savedEnvironment;
-    std::vector<wayland::Variable> m_serverEnvironment;  // HOME and friends, the system bus
+    std::optional<std::pair<uid_t, gid_t>> m_user;       // the desktop's user; none: ours
+    std::vector<desktop::Variable> m_serverEnvironment;  // HOME and friends, the system bus
     _GDBusConnection* m_bus = nullptr;                   // ours, private; closed before the bus
-    std::string m_inputSession;     // mutter's remote desktop session for movePointer and type
-    std::string m_inputStream;      // its screen cast stream of Meta-0, which places the pointer
-    std::vector<pid_t> m_servers;   // ended last, newest first
-    std::vector<pid_t> m_programs;  // ended first
+    std::string m_inputSession;  // mutter's remote desktop session for movePointer and type
+    std::string m_inputStream;   // its screen cast stream of Meta-0, which places the pointer
 };
 
 // The harness's own: its AT-SPI helper process, which is this binary started again with

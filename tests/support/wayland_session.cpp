@@ -15,19 +15,13 @@ namespace quillo::testing {
 namespace {
 
 namespace fs = std::filesystem;
-using namespace wayland;
+using namespace desktop;
 
 constexpr const char* kMarker = "QUILLO_WAYLAND_SESSION";
 constexpr const char* kPortal = "/usr/libexec/xdg-desktop-portal";
 constexpr const char* kBusLauncher = "/usr/libexec/at-spi-bus-launcher";
 constexpr const char* kWlrName = "org.freedesktop.impl.portal.desktop.wlr";
 constexpr double kStartSeconds = 10;  // for each server to come up
-
-void writeFile(const fs::path& file, const std::string& text) {
-    std::error_code error;
-    fs::create_directories(file.parent_path(), error);
-    std::ofstream(file) << text;
-}
 
 // The rebuilt backend, and why it is missing when it is.
 std::string portalWlrPath(const std::string& chosen) {
@@ -224,9 +218,7 @@ bool WaylandSession::startBus(std::string& why) {
                .environment = m_serviceEnvironment,
                .log = m_logs / "dbus.log"};
     auto [pid, printed] = launchAndRead(bus, kStartSeconds);
-    if (pid > 0) {
-        m_servers.push_back(pid);
-    }
+    addServer(pid);
     if (printed.empty()) {
         why = "the D-Bus session bus did not start: " + lastLine(bus.log);
         return false;
@@ -323,70 +315,10 @@ bool WaylandSession::startPortal(const Options& options, std::string& why) {
     return true;
 }
 
-pid_t WaylandSession::startServer(const std::string& name, Launch launch) {
-    launch.log = m_logs / (name + ".log");
-    pid_t pid = wayland::launch(launch);
-    if (pid > 0) {
-        m_servers.push_back(pid);
-    }
-    return pid;
-}
-
-WaylandSession::~WaylandSession() {
-    for (pid_t pid : m_programs) {
-        endGroup(pid, 1);
-    }
-    // Portals before PipeWire and the bus, sway last, so none of them sees another vanish.
-    for (auto it = m_servers.rbegin(); it != m_servers.rend(); ++it) {
-        if (std::next(it) == m_servers.rend()) {
-            killMarked(kMarker, m_marker);
-        }
-        endGroup(*it, 1);
-    }
-    for (auto it = m_savedEnvironment.rbegin(); it != m_savedEnvironment.rend(); ++it) {
-        if (it->second) {
-            ::setenv(it->first.c_str(), it->second->c_str(), 1);
-        } else {
-            ::unsetenv(it->first.c_str());
-        }
-    }
-    if (!m_folder.empty()) {
-        std::error_code error;
-        fs::remove_all(m_folder, error);
-    }
-}
-
-void WaylandSession::setVariable(const std::string& name, const std::optional<std::string>& value) {
-    auto saved = [&](const Variable& entry) { return entry.first == name; };
-    if (std::find_if(m_savedEnvironment.begin(), m_savedEnvironment.end(), saved) ==
-        m_savedEnvironment.end()) {
-        const char* old = std::getenv(name.c_str());
-        m_savedEnvironment.emplace_back(
-            name, old != nullptr ? std::optional<std::string>(old) : std::nullopt);
-    }
-    std::erase_if(m_environment, saved);
-    m_environment.emplace_back(name, value);
-    if (value) {
-        ::setenv(name.c_str(), value->c_str(), 1);
-    } else {
-        ::unsetenv(name.c_str());
-    }
-}
+WaylandSession::WaylandSession() : Desktop(kMarker) {}
 
 pid_t WaylandSession::spawn(const std::vector<std::string>& argv) {
-    pid_t pid = launch({.argv = argv});
-    if (pid > 0) {
-        m_programs.push_back(pid);
-    }
-    return pid;
-}
-
-void WaylandSession::stop(pid_t pid) {
-    auto it = std::find(m_programs.begin(), m_programs.end(), pid);
-    if (it != m_programs.end()) {
-        m_programs.erase(it);
-        endGroup(pid, 1);
-    }
+    return startClient({.argv = argv});
 }
 
 std::string WaylandSession::swaymsg(const std::vector<std::string>& args) {

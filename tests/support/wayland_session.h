@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "base/geometry.h"
-#include "support/wayland_processes.h"
+#include "support/desktop_processes.h"
 
 namespace quillo::testing {
 
@@ -20,7 +20,7 @@ namespace quillo::testing {
 // XDG_RUNTIME_DIR, DBUS_SESSION_BUS_ADDRESS, XDG_SESSION_TYPE, XDG_CURRENT_DESKTOP, SWAYSOCK;
 // DISPLAY unset) points at it; the destructor ends every program it started, by pid and in
 // reverse order, and puts the environment back. Use it from the test's main thread.
-class WaylandSession {
+class WaylandSession : public desktop::Desktop {
 public:
     struct Options {
         int width = 1920;  // of the one output, HEADLESS-1
@@ -34,19 +34,14 @@ public:
 
     // None, with the reason in `why`, when a program is missing or does not come up.
     static std::unique_ptr<WaylandSession> start(const Options& options, std::string& why);
-    ~WaylandSession();
     WaylandSession(const WaylandSession&) = delete;
     WaylandSession& operator=(const WaylandSession&) = delete;
 
     const std::filesystem::path& runtimeDir() const { return m_runtimeDir; }
     const std::string& waylandDisplay() const { return m_waylandDisplay; }  // "wayland-1"
-    // What a child started by other means needs; a variable without value must be removed.
-    const std::vector<wayland::Variable>& environment() const { return m_environment; }
 
     // Starts a client in the session; it is ended with the session.
     pid_t spawn(const std::vector<std::string>& argv);
-    // Ends a client started by spawn (SIGTERM, then SIGKILL after a second).
-    void stop(pid_t pid);
 
     // Runs swaymsg with `args` against this sway; its standard output (JSON for -t queries).
     std::string swaymsg(const std::vector<std::string>& args);
@@ -60,30 +55,20 @@ public:
     std::optional<uint32_t> screenCastProperty(const std::string& name);
 
 private:
-    WaylandSession() = default;
+    WaylandSession();
     bool startCompositor(const Options& options, std::string& why);
     bool startBus(std::string& why);
     bool startPipeWire(const Options& options, std::string& why);
     bool startPortal(const Options& options, std::string& why);
     bool startAccessibility(std::string& why);
-    // Starts a server of the session, logging to logs/NAME.log; ended after every client.
-    pid_t startServer(const std::string& name, wayland::Launch launch);
     // Whether `name` has an owner on the session bus (asking does not activate it).
     bool busNameOwned(const std::string& name);
-    void setVariable(const std::string& name, const std::optional<std::string>& value);
 
-    std::filesystem::path m_folder;      // everything below; removed at the end
     std::filesystem::path m_runtimeDir;  // XDG_RUNTIME_DIR of the clients
-    std::filesystem::path m_logs;
     std::string m_waylandDisplay;
-    std::string m_marker;  // in every server's environment
-    std::vector<wayland::Variable> m_environment;
-    std::vector<wayland::Variable> m_savedEnvironment;
     // Only for the bus and the services: their data folder (permission store, restore data)
     // is the session's, and the backend's persist mode hands out restore tokens.
-    std::vector<wayland::Variable> m_serviceEnvironment;
-    std::vector<pid_t> m_servers;   // sway, bus, PipeWire, portals: ended last, newest first
-    std::vector<pid_t> m_programs;  // ended first
+    std::vector<desktop::Variable> m_serviceEnvironment;
 };
 
 }  // namespace quillo::testing

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "base/geometry.h"
+#include "desktop_processes.h"
 
 namespace quillo::testing {
 
@@ -15,7 +16,7 @@ namespace quillo::testing {
 // asked, a D-Bus session with the accessibility bus and a window manager (openbox). While it is
 // alive, this process's DISPLAY (and the bus addresses) point at it. The destructor ends every
 // program it started, then the buses and the server, by pid.
-class XSession {
+class XSession : public desktop::Desktop {
 public:
     struct Options {
         int width = 1280;
@@ -26,7 +27,6 @@ public:
 
     // None (with the reason in `why`) when Xvfb or a helper is missing or fails to start.
     static std::unique_ptr<XSession> start(const Options& options, std::string& why);
-    ~XSession();
     XSession(const XSession&) = delete;
     XSession& operator=(const XSession&) = delete;
 
@@ -34,8 +34,6 @@ public:
 
     // Starts a program in the session's environment; it is ended with the session.
     pid_t spawn(const std::vector<std::string>& argv);
-    // Ends one program started by spawn (SIGTERM, then SIGKILL after a second).
-    void stop(pid_t pid);
     // The first top-level window whose _NET_WM_PID is `pid` (or, with pid 0, whose title
     // contains `title`), waiting up to `seconds` for it to be mapped.
     std::optional<uint32_t> waitForWindow(pid_t pid, const std::string& title = "",
@@ -46,11 +44,8 @@ public:
     std::string xdotool(const std::string& arguments);
 
 private:
-    XSession() = default;
+    XSession();
     std::string m_display;
-    std::vector<pid_t> m_servers;   // Xvfb, buses, window manager: ended last
-    std::vector<pid_t> m_programs;  // ended first
-    std::vector<std::pair<std::string, std::optional<std::string>>> m_savedEnvironment;
 };
 
 }  // namespace quillo::testing

@@ -9,9 +9,9 @@
 #include <utility>
 #include <vector>
 
-// Process plumbing for WaylandSession: starting its servers and clients with an environment,
-// a user and a log of their own, and ending them again by pid.
-namespace quillo::testing::wayland {
+// Process plumbing for the private test desktops (X, sway, GNOME): starting their servers and
+// clients with an environment, a user and a log of their own, and ending them again by pid.
+namespace quillo::testing::desktop {
 
 // A variable set (or, with no value, removed) on top of this process's environment.
 using Variable = std::pair<std::string, std::optional<std::string>>;
@@ -54,6 +54,51 @@ std::string lastLine(const std::filesystem::path& file);
 // Whether `pid`, our child, has ended (it stays unreaped, for endGroup).
 bool hasEnded(pid_t pid);
 
+// Writes `text` to `file`, making its folder.
+void writeFile(const std::filesystem::path& file, const std::string& text);
+
+// What every private test desktop keeps: its folder, logs and marker, the variables it set in
+// this process's environment, its servers (ended last, newest first) and the clients started in
+// it (ended first). The destructor ends them, puts the environment back and removes the folder.
+class Desktop {
+public:
+    Desktop(const Desktop&) = delete;
+    Desktop& operator=(const Desktop&) = delete;
+
+    // What a child started by other means needs; a variable without value must be removed.
+    const std::vector<Variable>& environment() const { return m_environment; }
+    // Ends a client started by spawn (SIGTERM, then SIGKILL after a second).
+    void stop(pid_t pid);
+
+protected:
+    // `markerName` is the variable whose value (m_marker) marks every server's environment, so
+    // services the bus started in groups of their own are found at the end.
+    explicit Desktop(std::string markerName) : m_markerName(std::move(markerName)) {}
+    virtual ~Desktop();
+
+    // Sets (or, without value, removes) a variable here and for the desktop's clients.
+    void setVariable(const std::string& name, const std::optional<std::string>& value);
+    // Starts a client, logging to `log`; ended with the desktop.
+    pid_t startClient(Launch launch);
+    // Starts a server, logging to logs/NAME.log.
+    pid_t startServer(const std::string& name, Launch launch);
+    // A server started by other means (when `pid` is one).
+    void addServer(pid_t pid);
+    // Ends every client now.
+    void endClients();
+
+    std::filesystem::path m_folder;  // everything below; removed at the end
+    std::filesystem::path m_logs;
+    std::string m_markerName;
+    std::string m_marker;
+
+private:
+    std::vector<Variable> m_environment;
+    std::vector<Variable> m_savedEnvironment;
+    std::vector<pid_t> m_servers;
+    std::vector<pid_t> m_programs;
+};
+
 // Polls `done` every 50 ms for up to `seconds`.
 template <class Condition>
 bool waitUntil(double seconds, Condition done) {
@@ -68,4 +113,4 @@ bool waitUntil(double seconds, Condition done) {
     return true;
 }
 
-}  // namespace quillo::testing::wayland
+}  // namespace quillo::testing::desktop

@@ -1,5 +1,6 @@
-#include "wayland_processes.h"
+#include "desktop_processes.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
@@ -14,7 +15,7 @@
 
 extern char** environ;
 
-namespace quillo::testing::wayland {
+namespace quillo::testing::desktop {
 
 namespace {
 
@@ -118,7 +119,7 @@ std::pair<pid_t, std::string> launchAndRead(Launch launch, double seconds) {
         return {-1, {}};
     }
     launch.reportFd = fds[1];
-    pid_t pid = wayland::launch(launch);
+    pid_t pid = desktop::launch(launch);
     ::close(fds[1]);
     std::string line = readLine(fds[0], seconds);
     ::close(fds[0]);
@@ -215,4 +216,84 @@ std::string lastLine(const fs::path& file) {
     return last;
 }
 
-}  // namespace quillo::testing::wayland
+void writeFile(const fs::path& file, const std::string& text) {
+    std::error_code error;
+    fs::create_directories(file.parent_path(), error);
+    std::ofstream(file) << text;
+}
+
+Desktop::~Desktop() {
+    endClients();
+    for (auto it = m_servers.rbegin(); it != m_servers.rend(); ++it) {
+        if (std::next(it) == m_servers.rend()) {
+            killMarked(m_markerName, m_marker);
+        }
+        endGroup(*it, 1);
+    }
+    for (auto it = m_savedEnvironment.rbegin(); it != m_savedEnvironment.rend(); ++it) {
+        if (it->second) {
+            ::setenv(it->first.c_str(), it->second->c_str(), 1);
+        } else {
+            ::unsetenv(it->first.c_str());
+        }
+    }
+    if (!m_folder.empty()) {
+        std::error_code error;
+        fs::remove_all(m_folder, error);
+    }
+}
+
+void Desktop::endClients() {
+    for (pid_t pid : m_programs) {
+        endGroup(pid, 1);
+    }
+    m_programs.clear();
+}
+
+void Desktop::setVariable(const std::string& name, const std::optional<std::string>& value) {
+    auto saved = [&](const Variable& entry) { return entry.first == name; };
+    if (std::find_if(m_savedEnvironment.begin(), m_savedEnvironment.end(), saved) ==
+        m_savedEnvironment.end()) {
+        const char* old = std::getenv(name.c_str());
+        m_savedEnvironment.emplace_back(
+            name, old != nullptr ? std::optional<std::string>(old) : std::nullopt);
+    }
+    std::erase_if(m_environment, saved);
+    m_environment.emplace_back(name, value);
+    if (value) {
+        ::setenv(name.c_str(), value->c_str(), 1);
+    } else {
+        ::unsetenv(name.c_str());
+    }
+}
+
+pid_t Desktop::startClient(Launch launch) {
+    pid_t pid = desktop::launch(launch);
+    if (pid > 0) {
+        m_programs.push_back(pid);
+    }
+    return pid;
+}
+
+pid_t Desktop::startServer(const std::string& name, Launch launch) {
+    launch.log = m_logs / (name + ".log");
+    pid_t pid = desktop::launch(launch);
+    addServer(pid);
+    return pid;
+}
+
+void Desktop::addServer(pid_t pid) {
+    if (pid > 0) {
+        m_servers.push_back(pid);
+    }
+}
+
+void Desktop::stop(pid_t pid) {
+    auto it = std::find(m_programs.begin(), m_programs.end(), pid);
+    if (it != m_programs.end()) {
+        m_programs.erase(it);
+        endGroup(pid, 1);
+    }
+}
+
+}  // namespace quillo::testing::desktop
