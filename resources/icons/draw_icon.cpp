@@ -17,23 +17,12 @@
 #include <cairo-svg.h>
 #include <cairo.h>
 
+#include "cairo_handles.h"
+
 namespace {
 
 namespace fs = std::filesystem;
 using std::numbers::pi;
-
-template <auto fn>
-struct CDeleter {
-    template <class T>
-    void operator()(T* p) const {
-        fn(p);
-    }
-};
-template <class T, auto fn>
-using CHandle = std::unique_ptr<T, CDeleter<fn>>;
-using SurfacePtr = CHandle<cairo_surface_t, cairo_surface_destroy>;
-using CairoPtr = CHandle<cairo_t, cairo_destroy>;
-using PatternPtr = CHandle<cairo_pattern_t, cairo_pattern_destroy>;
 
 constexpr int kSizes[] = {16, 24, 32, 48, 64, 128, 256, 512};
 
