@@ -35,6 +35,7 @@
 #include "capture/display_backend.h"
 #include "command_output.h"
 #include "project/local_project.h"
+#include "session_recording.h"
 
 namespace fs = std::filesystem;
 using Clock = std::chrono::steady_clock;
@@ -274,38 +275,6 @@ pid_t startTypist(const Screen& screen, double seconds, const fs::path& folder) 
 
 // --- recorders
 
-struct Usage {
-    double cpuSeconds = 0;   // user + system
-    double wallSeconds = 0;  // from start to exit
-    long peakKB = 0;         // ru_maxrss
-    bool exited = false;     // with status 0
-};
-
-// Waits for `pid` up to `timeout` seconds (then kills it) and takes its resource usage.
-Usage waitChild(pid_t pid, Clock::time_point started, double timeout) {
-    Usage usage;
-    rusage used{};
-    int status = 0;
-    auto deadline = started + std::chrono::duration<double>(timeout);
-    pid_t done = 0;
-    while ((done = wait4(pid, &status, WNOHANG, &used)) == 0) {
-        if (Clock::now() > deadline) {
-            std::fprintf(stderr, "capture_compare: pid %d timed out\n", pid);
-            kill(pid, SIGKILL);
-            done = wait4(pid, &status, 0, &used);
-            break;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    }
-    forget(pid);
-    usage.wallSeconds = std::chrono::duration<double>(Clock::now() - started).count();
-    auto seconds = [](const timeval& t) { return t.tv_sec + t.tv_usec / 1e6; };
-    usage.cpuSeconds = seconds(used.ru_utime) + seconds(used.ru_stime);
-    usage.peakKB = used.ru_maxrss;
-    usage.exited = done == pid && WIFEXITED(status) && WEXITSTATUS(status) == 0;
-    return usage;
-}
-
 // What the Quillo child reports on `report`: "started" with the first frame, then "finished D"
 // or "failed MESSAGE".
 void report(int fd, const std::string& line) {
@@ -315,78 +284,26 @@ void report(int fd, const std::string& line) {
     }
 }
 
-// The child's side: the capture session exactly as the app drives it, on a plain main loop.
-// A controller thread starts the recording once a preview frame exists and stops it `seconds`
-// after it started.
+// The child's side: the capture session as the app drives it, sharing the display; it reports
+// "started" with the first frame, then "finished D" or "failed MESSAGE".
 [[noreturn]] void recordInProcess(const std::string& display, const fs::path& folder,
                                   double seconds, int fd) {
     setenv("DISPLAY", display.c_str(), 1);
-    LoopMainQueue queue;
-    MainQueue::install(&queue);
-    std::mutex mutex;
-    std::condition_variable wake;
-    std::optional<double> startTime;  // guarded by mutex
-    bool over = false;                // guarded by mutex
-    std::string failure;
-    {
-        capture::CaptureSession session(capture::makeDisplayBackend(), queue);
-        auto end = [&](const std::string& message) {
-            failure = message;
-            {
-                std::lock_guard lock(mutex);
-                over = true;
+    std::string failure = bench::recordWithSession(
+        folder, seconds, 10,
+        [&](capture::CaptureSession& session) {
+            if (auto shown = session.preview({capture::SourceRef::Kind::Display, 0}); !shown) {
+                report(fd, "failed " + shown.error().message + " " + shown.error().detail);
+                _exit(1);
             }
-            wake.notify_all();
-            queue.quit();
-        };
-        session.setOnEvent([&](const std::string& name, const Json& info) {
+        },
+        [&](const std::string& name, const Json& info) {
             if (name == "started") {
-                std::lock_guard lock(mutex);
-                startTime = info.value("startTime", monotonicSeconds());
                 report(fd, "started");
             } else if (name == "finished") {
                 report(fd, "finished " + std::to_string(info.value("duration", 0.0)));
-                end("");
-            } else if (name == "recordError" || name == "previewError") {
-                end(name + ": " + info.value("message", std::string()));
-            }
-            wake.notify_all();
-        });
-        queue.post([&] {
-            if (auto shown = session.preview({capture::SourceRef::Kind::Display, 0}); !shown) {
-                end(shown.error().message + " " + shown.error().detail);
             }
         });
-        std::thread controller([&] {
-            auto giveUp = [&](const char* why) { queue.post([&end, why] { end(why); }); };
-            auto deadline = Clock::now() + std::chrono::seconds(10);
-            while (!session.latestFrame()) {
-                {
-                    std::lock_guard lock(mutex);
-                    if (over) {
-                        return;
-                    }
-                }
-                if (Clock::now() > deadline) {
-                    return giveUp("no preview frame within 10 s");
-                }
-                std::this_thread::sleep_for(std::chrono::milliseconds(10));
-            }
-            queue.post([&] { session.start(folder, false, false, true); });
-            std::unique_lock lock(mutex);
-            if (!wake.wait_for(lock, std::chrono::seconds(10), [&] { return over || startTime; })) {
-                return giveUp("the recording did not start within 10 s");
-            }
-            if (over) {
-                return;
-            }
-            double left = *startTime + seconds - monotonicSeconds();
-            wake.wait_for(lock, std::chrono::duration<double>(left), [&] { return over; });
-            queue.post([&] { session.stop(); });
-        });
-        queue.run();
-        controller.join();
-    }
     if (!failure.empty()) {
         report(fd, "failed " + failure);
     }
@@ -394,7 +311,7 @@ void report(int fd, const std::string& line) {
 }
 
 struct Run {
-    Usage usage;
+    bench::Usage usage;
     fs::path movie;
     bool ok = false;
 };
@@ -422,7 +339,8 @@ Run recordQuillo(const Screen& screen, Content content, double seconds, const fs
     if (line && *line == "started" && content == Content::Still) {
         typist = startTypist(screen, seconds, folder);
     }
-    run.usage = waitChild(pid, started, seconds + 90);
+    run.usage = bench::waitChild(pid, started, seconds + 90);
+    forget(pid);
     stopChild(typist);
     while (auto next = readLine(fds[0], 1)) {
         line = next;
@@ -462,7 +380,8 @@ Run recordFfmpeg(const Screen& screen, Content content, double seconds, const fs
                        run.movie.string()},
                       screen.display, folder / "ffmpeg.log");
     pid_t typist = content == Content::Still ? startTypist(screen, seconds, folder) : 0;
-    run.usage = waitChild(pid, started, seconds + 90);
+    run.usage = bench::waitChild(pid, started, seconds + 90);
+    forget(pid);
     stopChild(typist);
     run.ok = run.usage.exited;
     if (!run.ok) {

@@ -29,6 +29,7 @@
 #include "capture/display_backend.h"
 #include "capture/portal/screencast_portal.h"
 #include "command_output.h"
+#include "session_recording.h"
 #include "support/wayland_session.h"
 
 namespace fs = std::filesystem;
@@ -37,84 +38,12 @@ using namespace quillo;
 
 namespace {
 
-struct Usage {
-    double cpuSeconds = 0;
-    long peakKB = 0;
-    bool exited = false;
-};
-
-Usage waitChild(pid_t pid, double timeout) {
-    Usage usage;
-    rusage used{};
-    int status = 0;
-    auto deadline = Clock::now() + std::chrono::duration<double>(timeout);
-    pid_t done = 0;
-    while ((done = wait4(pid, &status, WNOHANG, &used)) == 0) {
-        if (Clock::now() > deadline) {
-            kill(pid, SIGKILL);
-            done = wait4(pid, &status, 0, &used);
-            break;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    }
-    auto seconds = [](const timeval& t) { return t.tv_sec + t.tv_usec / 1e6; };
-    usage.cpuSeconds = seconds(used.ru_utime) + seconds(used.ru_stime);
-    usage.peakKB = used.ru_maxrss;
-    usage.exited = done == pid && WIFEXITED(status) && WEXITSTATUS(status) == 0;
-    return usage;
-}
-
 // The child's side: the capture session as the app drives it: the portal's choice, then a
 // recording of `seconds`.
 [[noreturn]] void recordWithQuillo(const fs::path& folder, double seconds) {
-    LoopMainQueue queue;
-    MainQueue::install(&queue);
-    std::mutex mutex;
-    std::condition_variable wake;
-    std::optional<double> startTime;
-    bool over = false;
-    std::string failure;
-    {
-        capture::CaptureSession session(capture::makeDisplayBackend(), queue);
-        auto end = [&](const std::string& message) {
-            failure = message;
-            {
-                std::lock_guard lock(mutex);
-                over = true;
-            }
-            wake.notify_all();
-            queue.quit();
-        };
-        session.setOnEvent([&](const std::string& name, const Json& info) {
-            if (name == "selected") {
-                session.start(folder, false, false, true);
-            } else if (name == "started") {
-                std::lock_guard lock(mutex);
-                startTime = info.value("startTime", monotonicSeconds());
-            } else if (name == "finished") {
-                end("");
-            } else if (name == "recordError" || name == "previewError" || name == "cancelled") {
-                end(name + ": " + info.value("message", std::string()));
-            }
-            wake.notify_all();
-        });
-        queue.post([&] { session.pick(false, 20); });
-        std::thread controller([&] {
-            std::unique_lock lock(mutex);
-            if (!wake.wait_for(lock, std::chrono::seconds(30), [&] { return over || startTime; })) {
-                queue.post([&] { end("the recording did not start within 30 s"); });
-                return;
-            }
-            if (over) {
-                return;
-            }
-            double left = *startTime + seconds - monotonicSeconds();
-            wake.wait_for(lock, std::chrono::duration<double>(left), [&] { return over; });
-            queue.post([&] { session.stop(); });
-        });
-        queue.run();
-        controller.join();
-    }
+    std::string failure = bench::recordWithSession(
+        folder, seconds, 30, [](capture::CaptureSession& session) { session.pick(false, 20); },
+        [](const std::string&, const Json&) {});
     if (!failure.empty()) {
         std::fprintf(stderr, "portal_capture_compare: %s\n", failure.c_str());
     }
@@ -178,7 +107,7 @@ int main() {
         dup2(log, 2);
         recordWithQuillo(folder / "quillo", seconds);
     }
-    Usage ours = waitChild(quillo, seconds + 60);
+    bench::Usage ours = bench::waitChild(quillo, Clock::now(), seconds + 60);
     fs::path movie = folder / "quillo" / "recording.mp4";
     int ourFrames = countFrames(movie);
     long delivered = 0, taken = 0;
@@ -206,7 +135,7 @@ int main() {
     pid_t gst = startGStreamer((**cast)->fd(), (**cast)->node, reference, folder / "gst.log");
     std::this_thread::sleep_for(std::chrono::duration<double>(seconds + 1));
     kill(gst, SIGINT);
-    Usage theirs = waitChild(gst, 30);
+    bench::Usage theirs = bench::waitChild(gst, Clock::now(), 30);
     int theirFrames = countFrames(reference);
 
     std::printf("portal capture quillo cpu: %.2f s (%.1f %% of a core)\n", ours.cpuSeconds,
