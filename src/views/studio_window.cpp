@@ -200,6 +200,8 @@ void StudioWindow::updateActions() {
 
 void StudioWindow::showStatus() {
     m_status->setText(QString::fromStdString(m_studio.message()));
+    // Screen readers read the line through its description; its name stays "Status".
+    m_status->setAccessibleDescription(m_status->text());
     QPalette palette = m_status->palette();
     palette.setColor(QPalette::WindowText, m_studio.hasError()
                                                ? QColor(0xd0, 0x30, 0x30)

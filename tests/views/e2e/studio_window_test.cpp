@@ -18,6 +18,7 @@
 #include "project/edits_json.h"
 #include "project/project_library.h"
 #include "sdk_install.h"
+#include "studio_fixture.h"
 #include "support/movies.h"
 #include "support/temp_folder.h"
 #include "support/x_session.h"
@@ -28,24 +29,6 @@ namespace {
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
 using testing::AccessibleApp;
-
-const fs::path kArtefacts = QUILLO_ARTEFACTS_DIR;
-
-// The screen, or a part of it, as a PNG.
-void screenshot(const std::string& display, const fs::path& out, const Rect* area = nullptr) {
-    fs::path raw = out.string() + ".xwd";
-    std::string grab = "xwd -root -silent -display " + display + " > '" + raw.string() + "'";
-    ASSERT_EQ(std::system(grab.c_str()), 0);
-    std::string crop;
-    if (area) {
-        crop = " -vf crop=" + std::to_string(static_cast<int>(area->width)) + ":" +
-               std::to_string(static_cast<int>(area->height)) + ":" +
-               std::to_string(static_cast<int>(area->x)) + ":" +
-               std::to_string(static_cast<int>(area->y));
-    }
-    testing::ffmpeg("-i '" + raw.string() + "'" + crop + " -pix_fmt rgb24", out);
-    fs::remove(raw);
-}
 
 double psnr(const fs::path& a, const fs::path& b) {
     std::string output =
@@ -91,51 +74,16 @@ Rect pictureArea(const fs::path& grab, const Rect& size) {
             static_cast<double>(right - left + 1), static_cast<double>(bottom - top + 1)};
 }
 
-double probeDuration(const fs::path& file) {
-    auto json = parseJson(testing::probe(file));
-    return json ? std::stod((*json)["format"]["duration"].get<std::string>()) : 0;
-}
-
-template <class Condition>
-bool eventually(Condition condition, double seconds = 20) {
-    auto until = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > until) {
-            return false;
-        }
-        std::this_thread::sleep_for(100ms);
-    }
-    return true;
-}
-
-class StudioWindowEndToEnd : public ::testing::Test {
+class StudioWindowEndToEnd : public StudioEndToEnd {
 protected:
     void SetUp() override {
-        std::string why;
-        if (!agent::installSdkClient(why)) {
-            GTEST_SKIP() << "npm could not install the MCP SDK client: " << why;
+        startDesktop(true);
+        if (IsSkipped()) {
+            return;
         }
-        testing::isolateHome(environment, home.path());
-        environment.set("QUILLO_LIBRARY", (home / "Library").string());
-        environment.set("QUILLO_SUPPORT", (home / "Support").string());
-        environment.set("QUILLO_SELFTEST", "1");
-        environment.set("PULSE_SERVER", "unix:/nonexistent");
-        environment.set("QT_LINUX_ACCESSIBILITY_ALWAYS_ON", "1");
-        environment.set("QT_QPA_PLATFORM", "xcb");
-        environment.set("QT_ACCESSIBILITY", "1");
-        x = testing::XSession::start({1600, 1000, true, true}, why);
-        if (!x) {
-            GTEST_SKIP() << "no X server: " << why;
-        }
-        fs::create_directories(kArtefacts);
         project::ProjectLibrary library(home / "Library");
         first = makeRecording(library, "Onboarding walkthrough", std::chrono::hours(2));
         second = makeRecording(library, "Settings page demo", std::chrono::hours(1));
-    }
-    void TearDown() override {
-        if (quillo > 0 && x) {
-            x->stop(quillo);
-        }
     }
 
     project::LocalProject makeRecording(const project::ProjectLibrary& library,
@@ -155,38 +103,15 @@ protected:
         return project;
     }
 
-    std::optional<Json> mcpInfo() {
-        auto text = readFile(home / "Support" / "mcp.json");
-        if (!text) {
-            return std::nullopt;
-        }
-        auto json = parseJson(*text);
-        return json ? std::optional<Json>(*json) : std::nullopt;
-    }
-    std::string callTool(const std::string& tool, const Json& arguments) {
-        const Json info = *mcpInfo();
-        return agent::runSdkScript("call.mjs", "'" + info["url"].get<std::string>() + "' " +
-                                                   info["token"].get<std::string>() + " " + tool +
-                                                   " '" + arguments.dump() + "'");
-    }
-    project::Edits savedEdits(const project::LocalProject& project) {
-        auto text = readFile(project.file(project::LocalProject::kEdits));
-        return text ? project::decodeEdits(*text).value_or(project::Edits{}) : project::Edits{};
-    }
-
-    testing::TempFolder home;
-    testing::ScopedEnvironment environment;
-    std::unique_ptr<testing::XSession> x;
     project::LocalProject first;
     project::LocalProject second;
-    pid_t quillo = -1;
 };
 
 TEST_F(StudioWindowEndToEnd, OpenEditUndoAndExportWhileAnAgentEditsTheSameRecording) {
     quillo = x->spawn({QUILLO_EXECUTABLE});
     auto window = x->waitForWindow(quillo, "", 20);
     ASSERT_TRUE(window) << "the studio window did not show";
-    ASSERT_TRUE(eventually([&] { return mcpInfo().has_value(); })) << "no mcp.json";
+    ASSERT_TRUE(eventually([&] { return mcpInfo(home / "Support").has_value(); })) << "no mcp.json";
     AccessibleApp app(quillo);
 
     // The library lists both recordings, newest first.
