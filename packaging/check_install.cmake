@@ -11,12 +11,12 @@ endif()
 set(share ${STAGE}/usr/share)
 set(expected
     ${STAGE}/usr/bin/quillo
-    ${share}/applications/app.quillo.desktop
-    ${share}/metainfo/app.quillo.metainfo.xml
-    ${share}/icons/hicolor/scalable/apps/app.quillo.svg
+    ${share}/applications/app.quillo.Quillo.desktop
+    ${share}/metainfo/app.quillo.Quillo.metainfo.xml
+    ${share}/icons/hicolor/scalable/apps/app.quillo.Quillo.svg
     ${share}/quillo/cursors/themes.json)
 foreach(size ${ICON_SIZES})
-    list(APPEND expected ${share}/icons/hicolor/${size}x${size}/apps/app.quillo.png)
+    list(APPEND expected ${share}/icons/hicolor/${size}x${size}/apps/app.quillo.Quillo.png)
 endforeach()
 foreach(path ${expected})
     if(NOT EXISTS ${path})
@@ -29,15 +29,15 @@ if(NOT cursor_art)
 endif()
 
 # The entry's Exec, Icon and the metadata's launchable name what was installed.
-file(READ ${share}/applications/app.quillo.desktop entry)
-foreach(line "Exec=quillo\n" "Icon=app.quillo\n" "Exec=quillo --toggle-recording\n")
+file(READ ${share}/applications/app.quillo.Quillo.desktop entry)
+foreach(line "Exec=quillo\n" "Icon=app.quillo.Quillo\n" "Exec=quillo --toggle-recording\n")
     string(FIND "${entry}" "${line}" at)
     if(at LESS 0)
         message(FATAL_ERROR "the desktop entry lacks ${line}")
     endif()
 endforeach()
-file(READ ${share}/metainfo/app.quillo.metainfo.xml metainfo)
-foreach(text "<launchable type=\"desktop-id\">app.quillo.desktop</launchable>"
+file(READ ${share}/metainfo/app.quillo.Quillo.metainfo.xml metainfo)
+foreach(text "<launchable type=\"desktop-id\">app.quillo.Quillo.desktop</launchable>"
         "<binary>quillo</binary>" "<release version=\"${VERSION}\"")
     string(FIND "${metainfo}" "${text}" at)
     if(at LESS 0)

@@ -1,8 +1,8 @@
 // Draws Quillo's application icon: a violet rounded-square badge holding a white ring with a red
 // record dot, whose tail sweeps out as a quill nib. Run at build time:
 //   draw_icon OUTPUT_FOLDER
-// writes app.quillo-SIZE.png for each hicolor size and app.quillo.svg. Small sizes drop the
-// fine strokes and thicken the ring so the mark stays legible. The program reads every PNG
+// writes app.quillo.Quillo-SIZE.png for each hicolor size and app.quillo.Quillo.svg. Small sizes
+// drop the fine strokes and thicken the ring so the mark stays legible. The program reads every PNG
 // back and fails when a corner is not transparent, the centre dot is not opaque red, or the
 // picture is not the size it was asked for.
 
@@ -226,7 +226,7 @@ bool writePng(const fs::path& folder, int size) {
     CairoPtr cr(cairo_create(surface.get()));
     drawIcon(cr.get(), size, size);
     cr.reset();
-    const fs::path file = folder / ("app.quillo-" + std::to_string(size) + ".png");
+    const fs::path file = folder / ("app.quillo.Quillo-" + std::to_string(size) + ".png");
     if (cairo_surface_write_to_png(surface.get(), file.c_str()) != CAIRO_STATUS_SUCCESS) {
         std::fprintf(stderr, "draw_icon: could not write %s\n", file.c_str());
         return false;
@@ -235,7 +235,7 @@ bool writePng(const fs::path& folder, int size) {
 }
 
 bool writeSvg(const fs::path& folder) {
-    const fs::path file = folder / "app.quillo.svg";
+    const fs::path file = folder / "app.quillo.Quillo.svg";
     SurfacePtr surface(cairo_svg_surface_create(file.c_str(), 512, 512));
     cairo_svg_surface_restrict_to_version(surface.get(), CAIRO_SVG_VERSION_1_1);
     cairo_svg_surface_set_document_unit(surface.get(), CAIRO_SVG_UNIT_PX);

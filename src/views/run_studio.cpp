@@ -40,8 +40,8 @@ int runStudio(int argc, char** argv, const char* version) {
     QApplication::setApplicationName("Quillo");
     QApplication::setApplicationDisplayName("Quillo");
     QApplication::setApplicationVersion(version);
-    QApplication::setDesktopFileName("app.quillo");
-    QApplication::setWindowIcon(QIcon::fromTheme("app.quillo"));
+    QApplication::setDesktopFileName("app.quillo.Quillo");
+    QApplication::setWindowIcon(QIcon::fromTheme("app.quillo.Quillo"));
 
     QtMainQueue mainQueue;
     MainQueue::install(&mainQueue);
