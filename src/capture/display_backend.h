@@ -96,6 +96,12 @@ public:
     virtual std::optional<bool> rememberedChoice() { return std::nullopt; }
     // Something the user should read about the last choice of source (once each), if any.
     virtual std::optional<std::string> takeNotice() { return std::nullopt; }
+    // Windows (X11 ids) that grabs leave out, Quillo's countdown and recording controls:
+    // where they cover the grabbed area, what lies beneath them is shown. Replaces the previous
+    // list; returns once the next grab honours it. Backends that can't leave windows out
+    // (excludesWindows() false) ignore it.
+    virtual void setExcludedWindows(std::vector<uint64_t> /*ids*/) {}
+    virtual bool excludesWindows() const { return false; }
 
     // Desktop-wide keys; an error where the session offers none.
     virtual Result<std::unique_ptr<GlobalKeys>> globalKeys() {

@@ -210,6 +210,83 @@ TEST_F(Bare, GrabsThePixelsOfAnArea) {
     EXPECT_EQ(rgbAt(**frame, 12, 12), 0xff0000u);
 }
 
+TEST_F(Managed, ExcludedWindowsAreLeftOutOfDisplayAndWindowGrabs) {
+    // Red at the bottom, green over its right half, and on top of both a blue window that
+    // reaches past them onto the bare root.
+    uint32_t red = terminal("30x10+100+100", "#ff0000");
+    Rect redArea = geometryOf(red);
+    terminal("15x10+" + std::to_string(static_cast<int>(redArea.x + redArea.width / 2)) + "+100",
+             "#00ff00");
+    Rect greenArea = geometryOf(x->waitForWindow(lastPid).value());
+    uint32_t blue = terminal("30x10+" + std::to_string(static_cast<int>(redArea.x + 20)) + "+" +
+                                 std::to_string(static_cast<int>(redArea.y + redArea.height / 2)),
+                             "#0000ff");
+    Rect blueArea = geometryOf(blue);
+    ASSERT_TRUE(backend->excludesWindows());
+    // Points (screen pixels) under the blue window: over red alone, over green, over the root.
+    Point overRed{redArea.x + 30, redArea.y + redArea.height - 5};
+    Point overGreen{greenArea.x + 10, greenArea.y + greenArea.height - 5};
+    Point overRoot{blueArea.x + 30, blueArea.y + blueArea.height - 5};
+    ASSERT_LT(overRoot.y, blueArea.y + blueArea.height);
+    ASSERT_GT(overRoot.y, redArea.y + redArea.height + 12);
+
+    Rect screen{0, 0, 1280, 800};
+    auto grabber = backend->grabber().value();
+    auto at = [&](const Rect& area, Point point) {
+        auto frame = grabber->grab(area, false);
+        EXPECT_TRUE(frame);
+        return frame ? rgbAt(**frame, static_cast<int>(point.x - area.x),
+                             static_cast<int>(point.y - area.y))
+                     : 1u;
+    };
+    // Shown as it is until it is excluded.
+    ASSERT_TRUE(eventually(
+        [&] { return at(screen, overRed) == 0x0000ffu && at(screen, overGreen) == 0x0000ffu; }));
+
+    backend->setExcludedWindows({blue});
+    EXPECT_TRUE(eventually([&] {
+        return at(screen, overRed) == 0xff0000u && at(screen, overGreen) == 0x00ff00u &&
+               at(screen, overRoot) == 0u;
+    })) << "a display grab shows what lies beneath";
+    EXPECT_EQ(at(redArea, overRed), 0xff0000u) << "so does a grab of the window's area";
+    EXPECT_EQ(at(redArea, overGreen), 0x00ff00u);
+    // Away from the excluded window, the picture is the plain grab.
+    EXPECT_EQ(at(screen, {redArea.x + 10, redArea.y + 10}), 0xff0000u);
+    EXPECT_EQ(at(screen, {blueArea.x + blueArea.width + 20, overRoot.y}), 0u);
+    // No pixel of the excluded window survives anywhere in its frame.
+    auto frame = grabber->grab(blueArea, false);
+    ASSERT_TRUE(frame);
+    int bluePixels = 0;
+    for (int py = 0; py < (*frame)->height; ++py) {
+        for (int px = 0; px < (*frame)->width; ++px) {
+            bluePixels += rgbAt(**frame, px, py) == 0x0000ffu;
+        }
+    }
+    EXPECT_EQ(bluePixels, 0);
+
+    // The screen's changes still reach the grabber while windows keep their pictures apart.
+    Rect corner{0, 0, 300, 300};
+    uint32_t yellow = terminal("10x4+20+20", "#ffff00");
+    ASSERT_TRUE(eventually([&] { return at(corner, {60, 60}) == 0xffff00u; }));
+    int quietPolls = 0;
+    ASSERT_TRUE(eventually([&] {
+        quietPolls = grabber->changed(corner) ? 0 : quietPolls + 1;
+        return quietPolls >= 12;
+    }));
+    x->xdotool("windowmove " + std::to_string(yellow) + " 120 120");
+    EXPECT_TRUE(eventually([&] { return grabber->changed(corner); }));
+
+    // Moved elsewhere it is still left out; once no longer excluded it shows again.
+    x->xdotool("windowmove " + std::to_string(blue) + " 700 500");
+    ASSERT_TRUE(eventually([&] { return geometryOf(blue).x >= 700; }));
+    Rect moved = geometryOf(blue);
+    Point inside{moved.x + moved.width / 2, moved.y + moved.height / 2};
+    EXPECT_TRUE(eventually([&] { return at(screen, inside) == 0u; }));
+    EXPECT_EQ(at(screen, overGreen), 0x00ff00u);
+    backend->setExcludedWindows({});
+    EXPECT_TRUE(eventually([&] { return at(screen, inside) == 0x0000ffu; }));
+}
+
 TEST_F(Bare, DrawsThePointerInWhenAsked) {
     // The root's cursor, black and white, over the black root.
     Rect area{600, 400, 100, 100};

@@ -10,9 +10,11 @@
 #include <thread>
 
 #include <X11/Xutil.h>
+#include <X11/extensions/Xcomposite.h>
 #include <X11/extensions/Xfixes.h>
 
 #include "capture/capture_texts.h"
+#include "x11_exclusion.h"
 #include "x11_internal.h"
 
 namespace quillo::capture::x11 {
@@ -40,6 +42,7 @@ public:
         int eventBase = 0;
         int errorBase = 0;
         m_hasFixes = XFixesQueryExtension(m_display.get(), &eventBase, &errorBase);
+        m_hasComposite = XCompositeQueryExtension(m_display.get(), &eventBase, &errorBase);
     }
 
     std::string name() const override { return "x11"; }
@@ -172,7 +175,35 @@ public:
         (void)trap.failed();
     }
 
-    Result<std::unique_ptr<ScreenGrabber>> grabber() override { return makeGrabber(m_name); }
+    Result<std::unique_ptr<ScreenGrabber>> grabber() override {
+        return makeGrabber(m_name, m_exclusions);
+    }
+
+    bool excludesWindows() const override { return m_hasComposite; }
+
+    // While windows are left out, every top-level keeps its picture off screen as well
+    // (automatic redirection: the server still shows them as before), so the grabber can paint
+    // what lies beneath an excluded window. Ended when the list empties, or with this
+    // connection.
+    void setExcludedWindows(std::vector<uint64_t> ids) override {
+        if (!m_hasComposite) {
+            return;
+        }
+        std::lock_guard lock(m_mutex);
+        Display* display = m_display.get();
+        ErrorTrap trap(display);
+        if (!ids.empty() && !m_redirected) {
+            XCompositeRedirectSubwindows(display, DefaultRootWindow(display),
+                                         CompositeRedirectAutomatic);
+            m_redirected = true;
+        } else if (ids.empty() && m_redirected) {
+            XCompositeUnredirectSubwindows(display, DefaultRootWindow(display),
+                                           CompositeRedirectAutomatic);
+            m_redirected = false;
+        }
+        m_exclusions->set(std::vector<Window>(ids.begin(), ids.end()));
+        (void)trap.failed();  // waits for the server, so the next grab sees the redirection
+    }
 
     Result<std::unique_ptr<GlobalKeys>> globalKeys() override { return makeGlobalKeys(m_name); }
 
@@ -220,6 +251,9 @@ private:
     std::string m_name;
     Atoms m_atoms;
     bool m_hasFixes = false;
+    bool m_hasComposite = false;
+    bool m_redirected = false;  // guarded by m_mutex
+    std::shared_ptr<Exclusions> m_exclusions = std::make_shared<Exclusions>();
     std::mutex m_mutex;  // one request at a time on m_display
 };
 

@@ -12,6 +12,7 @@
 #include <X11/extensions/Xfixes.h>
 
 #include "base/log.h"
+#include "x11_exclusion.h"
 #include "x11_internal.h"
 
 namespace quillo::capture::x11 {
@@ -76,9 +77,12 @@ void blendCursor(const XFixesCursorImage& cursor, int left, int top, uint8_t* pi
 
 class X11Grabber final : public ScreenGrabber {
 public:
-    explicit X11Grabber(DisplayPtr display) : m_display(std::move(display)) {
+    X11Grabber(DisplayPtr display, std::shared_ptr<const Exclusions> exclusions)
+        : m_display(std::move(display)),
+          m_root(DefaultRootWindow(m_display.get())),
+          m_exclusions(std::move(exclusions)),
+          m_painter(m_display.get(), m_root) {
         Display* x = m_display.get();
-        m_root = DefaultRootWindow(x);
         m_hasShm = XShmQueryExtension(x);
         int eventBase = 0;
         int errorBase = 0;
@@ -148,6 +152,12 @@ public:
         if (image->bits_per_pixel != 32) {
             return grabFailed("the screen is not 32 bits per pixel");
         }
+        if (m_exclusions) {
+            if (std::vector<Window> excluded = m_exclusions->get(); !excluded.empty()) {
+                pump();
+                m_painter.repaint(excluded, *image, x, y);
+            }
+        }
         if (drawCursor && m_hasFixes) {
             if (XFixesCursorImage* cursor = XFixesGetCursorImage(m_display.get())) {
                 blendCursor(*cursor, cursor->x - cursor->xhot - x, cursor->y - cursor->yhot - y,
@@ -169,20 +179,28 @@ private:
         return AppError("The screen could not be captured.", why);
     }
 
-    // Drains the damage events; true when the damage since the last call touches `area`.
-    bool drainDamage(const Rect& area) {
+    // Reads the pending events: damage is kept for drainDamage, the rest goes to the painter.
+    void pump() {
         Display* x = m_display.get();
-        bool notified = false;
         while (XPending(x) > 0) {
             XEvent event;
             XNextEvent(x, &event);
             if (m_damage != 0 && event.type == m_damageEvent + XDamageNotify) {
-                notified = true;
+                m_notified = true;
+            } else {
+                m_painter.note(event);
             }
         }
-        if (!notified) {
+    }
+
+    // Drains the damage events; true when the damage since the last call touches `area`.
+    bool drainDamage(const Rect& area) {
+        Display* x = m_display.get();
+        pump();
+        if (!m_notified) {
             return false;
         }
+        m_notified = false;
         // Moving the damage into the region empties it, so the next change notifies again.
         XDamageSubtract(x, m_damage, 0, m_region);
         int count = 0;
@@ -298,6 +316,9 @@ private:
 
     DisplayPtr m_display;
     Window m_root = 0;
+    std::shared_ptr<const Exclusions> m_exclusions;
+    ExcludedWindowPainter m_painter;
+    bool m_notified = false;  // damage arrived since the last drainDamage
     bool m_hasShm = false;
     bool m_hasFixes = false;
     int m_damageEvent = 0;
@@ -310,12 +331,14 @@ private:
 
 }  // namespace
 
-Result<std::unique_ptr<ScreenGrabber>> makeGrabber(const std::string& displayName) {
+Result<std::unique_ptr<ScreenGrabber>> makeGrabber(const std::string& displayName,
+                                                   std::shared_ptr<const Exclusions> exclusions) {
     auto display = openDisplay(displayName);
     if (!display) {
         return display.error();
     }
-    return std::unique_ptr<ScreenGrabber>(new X11Grabber(std::move(*display)));
+    return std::unique_ptr<ScreenGrabber>(
+        new X11Grabber(std::move(*display), std::move(exclusions)));
 }
 
 }  // namespace quillo::capture::x11

@@ -83,8 +83,12 @@ std::optional<WindowInfo> describeWindow(Display* display, const Atoms& atoms, W
 // The monitors (RandR), or the whole screen as one named "screen".
 std::vector<MonitorInfo> listMonitors(Display* display);
 
-// The three thread-owned parts, each on a connection of its own to `displayName`.
-Result<std::unique_ptr<ScreenGrabber>> makeGrabber(const std::string& displayName);
+class Exclusions;
+
+// The thread-owned parts, each on a connection of its own to `displayName`. The grabber leaves
+// out the windows of `exclusions` (none when null).
+Result<std::unique_ptr<ScreenGrabber>> makeGrabber(const std::string& displayName,
+                                                   std::shared_ptr<const Exclusions> exclusions);
 Result<std::unique_ptr<InputWatcher>> makeInputWatcher(
     const std::string& displayName, std::function<void(const InputEvent&)> onInput);
 Result<std::unique_ptr<GlobalKeys>> makeGlobalKeys(const std::string& displayName);
