@@ -12,6 +12,7 @@
 #include "app/app_runtime.h"
 #include "base/paths.h"
 #include "qt_main_queue.h"
+#include "recording_overlays.h"
 #include "recording_tray.h"
 #include "studio_window.h"
 
@@ -66,6 +67,8 @@ int runStudio(int argc, char** argv, const char* version) {
                             .openSettings = [&window] { window.openSettings(); },
                             .showStudio = [&window] { window.showStudio(); },
                             .quit = [&window] { window.close(); }});
+        // The countdown and the floating controls, kept out of the recorded picture.
+        RecordingOverlays overlays(studio);
 
         // Ctrl+C in the terminal closes the window as the close button does (waiting for a
         // recording to be saved); a second one quits at once.
