@@ -58,7 +58,7 @@ double spread(const std::string& gray) {
     return std::sqrt(std::max(0.0, square / std::max<size_t>(gray.size(), 1) - mean * mean));
 }
 
-class GnomeRecording : public ::testing::Test {
+class GnomeRecording : public HeadlessQuilloTest {
 protected:
     void SetUp() override {
         std::string why;
@@ -66,12 +66,7 @@ protected:
         if (!session) {
             GTEST_SKIP() << "no headless GNOME desktop: " << why;
         }
-        testing::isolateHome(environment, home.path());
-        environment.set("QUILLO_LIBRARY", (home / "Library").string());
-        environment.set("QUILLO_SUPPORT", (home / "Support").string());
-        environment.set("QUILLO_SELFTEST", "1");
-        environment.set("QUILLO_CAPTURE", std::nullopt);
-        environment.set("PULSE_SERVER", "unix:/nonexistent");
+        isolate();
         form = session->spawn({QUILLO_GTK_ENTRY, kForm});
         ASSERT_TRUE(session->waitForWindow(kForm)) << "the form did not show";
     }
@@ -87,11 +82,8 @@ protected:
         return answer;
     }
 
-    TempFolder home;
-    testing::ScopedEnvironment environment;
     std::unique_ptr<testing::GnomeSession> session;
     pid_t form = -1;
-    HeadlessQuillo quillo{home / "Support"};
 };
 
 TEST_F(GnomeRecording, AWindowChosenInTheDialogIsRecordedAndSharedAgainWithoutAsking) {

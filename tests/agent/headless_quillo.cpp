@@ -54,4 +54,22 @@ ToolAnswer HeadlessQuillo::tool(const std::string& name, const Json& arguments) 
     return answer;
 }
 
+void HeadlessQuilloTest::isolate() {
+    testing::isolateHome(environment, home.path());
+    environment.set("QUILLO_LIBRARY", (home / "Library").string());
+    environment.set("QUILLO_SUPPORT", (home / "Support").string());
+    environment.set("QUILLO_SELFTEST", "1");
+    environment.set("QUILLO_CAPTURE", std::nullopt);
+    environment.set("PULSE_SERVER", "unix:/nonexistent");
+}
+
+fs::path HeadlessQuilloTest::lastRecording() const {
+    fs::path folder;
+    std::error_code error;
+    for (const auto& entry : fs::directory_iterator(home / "Library", error)) {
+        folder = entry.path();
+    }
+    return folder;
+}
+
 }  // namespace quillo::agent

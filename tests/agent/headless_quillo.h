@@ -8,7 +8,10 @@
 #include <string>
 #include <sys/types.h>
 
+#include <gtest/gtest.h>
+
 #include "base/json.h"
+#include "support/temp_folder.h"
 
 namespace quillo::agent {
 
@@ -36,6 +39,27 @@ public:
 private:
     std::filesystem::path m_support;
     pid_t m_pid = -1;
+};
+
+// A test of `quillo --headless` in a home, library and support folder of its own, in self-test
+// mode and without a sound server (recordings go on silent, with a notice).
+class HeadlessQuilloTest : public ::testing::Test {
+protected:
+    // Points this process's environment at the test's folders; call before starting Quillo.
+    void isolate();
+    void TearDown() override { quillo.stop(SIGTERM); }
+
+    void startQuillo() { ASSERT_TRUE(quillo.start()) << "quillo did not publish mcp.json"; }
+    void stopQuillo(int signal) { quillo.stop(signal); }
+    ToolAnswer tool(const std::string& name, const Json& arguments = Json::object()) {
+        return quillo.tool(name, arguments);
+    }
+    // The recording folder the library lists last (the only one, in these tests).
+    std::filesystem::path lastRecording() const;
+
+    testing::TempFolder home;
+    testing::ScopedEnvironment environment;
+    HeadlessQuillo quillo{home / "Support"};
 };
 
 }  // namespace quillo::agent

@@ -44,7 +44,7 @@ double playedSeconds(const fs::path& file) {
 
 using Answer = ToolAnswer;
 
-class WaylandRecording : public ::testing::Test {
+class WaylandRecording : public HeadlessQuilloTest {
 protected:
     void SetUp() override {
         std::string why;
@@ -54,24 +54,11 @@ protected:
         if (!session) {
             GTEST_SKIP() << "no headless Wayland desktop: " << why;
         }
-        testing::isolateHome(environment, home.path());
-        environment.set("QUILLO_LIBRARY", (home / "Library").string());
-        environment.set("QUILLO_SUPPORT", (home / "Support").string());
-        environment.set("QUILLO_SELFTEST", "1");
-        environment.set("QUILLO_CAPTURE", std::nullopt);
-        environment.set("PULSE_SERVER", "unix:/nonexistent");
+        isolate();
         terminal =
             session->spawn({"foot", "--app-id", "demo-term", "-o", "font=monospace:size=28", "-o",
                             "colors.background=ffffff", "-o", "colors.foreground=000000"});
         ASSERT_TRUE(session->waitForWindow("demo-term")) << "foot did not show";
-    }
-
-    void TearDown() override { stopQuillo(SIGTERM); }
-
-    void startQuillo() { ASSERT_TRUE(quillo.start()) << "quillo did not publish mcp.json"; }
-    void stopQuillo(int signal) { quillo.stop(signal); }
-    Answer tool(const std::string& name, const Json& arguments = Json::object()) {
-        return quillo.tool(name, arguments);
     }
 
     // Lines typed into the terminal, one every `interval` seconds.
@@ -84,11 +71,8 @@ protected:
 
     fs::path tokens() { return home / "Support" / "screencast-tokens.json"; }
 
-    TempFolder home;
-    testing::ScopedEnvironment environment;
     std::unique_ptr<testing::WaylandSession> session;
     pid_t terminal = -1;
-    HeadlessQuillo quillo{home / "Support"};
 };
 
 TEST_F(WaylandRecording, AnAgentRecordsTheScreenAndTheExportShowsTheTyping) {
@@ -267,10 +251,7 @@ TEST_F(WaylandRecording, ARecordingWhoseStreamEndsIsSavedWithTheMessage) {
     }
     EXPECT_EQ(status.value("state", ""), "idle");
     EXPECT_NE(status.value("message", "").find("Sharing ended"), std::string::npos) << status;
-    fs::path folder;
-    for (const auto& entry : fs::directory_iterator(home / "Library")) {
-        folder = entry.path();
-    }
+    fs::path folder = lastRecording();
     ASSERT_FALSE(folder.empty());
     EXPECT_GE(playedSeconds(folder / "recording.mp4"), 1.0) << "what was recorded is kept";
 }
@@ -283,10 +264,7 @@ TEST_F(WaylandRecording, AKilledRecordingIsRecoveredAtTheNextStart) {
     std::this_thread::sleep_for(std::chrono::seconds(4));
     stopQuillo(SIGKILL);
 
-    fs::path folder;
-    for (const auto& entry : fs::directory_iterator(home / "Library")) {
-        folder = entry.path();
-    }
+    fs::path folder = lastRecording();
     ASSERT_FALSE(folder.empty());
     EXPECT_GE(playedSeconds(folder / "recording.mp4"), 8.0);
 
