@@ -41,20 +41,22 @@ QRect RecordingOverlays::sourceArea() const {
                  static_cast<int>(area->width), static_cast<int>(area->height));
 }
 
-bool RecordingOverlays::controlsWanted() const {
-    if (m_studio.state() != app::RecordingState::Recording ||
-        !m_studio.preferences().get(app::prefs::floatingControls)) {
-        return false;
-    }
-    // Where the backend can't leave a window out (the Wayland portal), the pill would be in a
-    // shared monitor's picture: it is not shown for monitor shares there, and the panel icon's
-    // menu has the same commands. A shared window's stream shows that window alone.
+bool RecordingOverlays::mayShowOverSource() const {
+    // Where the backend can't leave a window out (the Wayland portal), an overlay would be in a
+    // shared monitor's picture, the countdown even in the first frame (the preview's latest): none
+    // is shown for monitor shares there, and the panel icon's tooltip and menu stand in. A shared
+    // window's stream shows that window alone.
     const auto& source = m_studio.source();
     return m_studio.capture().backend().excludesWindows() || (source && source->kind == "window");
 }
 
+bool RecordingOverlays::controlsWanted() const {
+    return m_studio.state() == app::RecordingState::Recording &&
+           m_studio.preferences().get(app::prefs::floatingControls) && mayShowOverSource();
+}
+
 void RecordingOverlays::follow() {
-    if (m_studio.state() == app::RecordingState::CountingDown) {
+    if (m_studio.state() == app::RecordingState::CountingDown && mayShowOverSource()) {
         if (!m_countdown->isVisible()) {
             m_countdownTotal = m_studio.countdownValue();
             exclude(m_countdown.get());

@@ -34,6 +34,7 @@ public:
 private:
     void follow();
     QRect sourceArea() const;
+    bool mayShowOverSource() const;
     bool controlsWanted() const;
     // Tells the backend which of the overlays to leave out: the shown ones, and `coming`.
     void exclude(QWidget* coming = nullptr);
