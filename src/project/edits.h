@@ -158,6 +158,20 @@ struct CameraStyle {
     double cornerRadius = 0.22;
     bool mirror = true;
     bool shadow = true;
+
+    // Where the screen picture and the camera go on a canvas rectangle, for a screen picture of
+    // `screen` pixels and the backdrop's padding fraction; either may be absent (camera-only,
+    // screen-only). Corner bubbles keep a margin from the padded content area's edges.
+    struct Frames {
+        std::optional<Rect> screen;
+        std::optional<Rect> camera;
+    };
+    Frames frames(const Rect& canvas, Size screen, double padding) const;
+    // The corner radius of camera rectangle `camera`: a circle's or the rounded share.
+    double radius(const Rect& camera) const;
+    bool isCorner() const;
+    bool isSide() const;
+
     bool operator==(const CameraStyle&) const = default;
 };
 

@@ -117,7 +117,11 @@ public:
         if (!reader) {
             return withMessage(kCannotExport, reader.error());
         }
-        return FrameSource(plan, std::move(*reader));
+        auto camera = openCameraFeed(plan);
+        if (!camera) {
+            return withMessage(kCannotExport, camera.error());
+        }
+        return FrameSource(plan, std::move(*reader), std::move(*camera));
     }
 
     // The finished frame at a recording time. `repeated` is set when it is the same picture as
@@ -129,6 +133,17 @@ public:
             return read.error();
         }
         FrameRenderer::Moment moment = m_plan.renderer->moment(recordingTime);
+        ImageView camera;
+        if (m_camera) {
+            auto frame = m_camera->frame(recordingTime);
+            if (!frame) {
+                return frame.error();
+            }
+            const media::VideoFrame& c = **frame;
+            camera = {const_cast<uint8_t*>(c.pixels.data()), c.width, c.height, c.stride};
+            // A new camera frame is a new picture.
+            moment.key.push_back(c.time);
+        }
         bool same = m_rendered && m_screen.unchanged && moment.key == m_key;
         if (repeated) {
             *repeated = same;
@@ -136,7 +151,7 @@ public:
         if (!same) {
             ImageView screen{m_screen.pixels.data(), m_screen.width, m_screen.height,
                              m_screen.stride};
-            m_plan.renderer->render(screen, moment, m_out.view());
+            m_plan.renderer->render(screen, camera, moment, m_out.view());
             m_key = std::move(moment.key);
             m_rendered = true;
         }
@@ -144,13 +159,16 @@ public:
     }
 
 private:
-    FrameSource(const RenderPlan& plan, std::unique_ptr<media::MovieReader> reader)
+    FrameSource(const RenderPlan& plan, std::unique_ptr<media::MovieReader> reader,
+                std::unique_ptr<CameraFeed> camera)
         : m_plan(plan),
           m_reader(std::move(reader)),
+          m_camera(std::move(camera)),
           m_out(m_plan.renderer->outputWidth(), m_plan.renderer->outputHeight()) {}
 
     const RenderPlan& m_plan;
     std::unique_ptr<media::MovieReader> m_reader;
+    std::unique_ptr<CameraFeed> m_camera;
     media::VideoFrame m_screen;
     Image m_out;
     std::vector<double> m_key;  // the state m_out was rendered for
@@ -200,8 +218,17 @@ Result<RenderPlan> renderPlan(const fs::path& folder, const project::Edits& edit
     if (*cursor) {
         shared = std::make_shared<const CursorRenderer>(std::move(**cursor));
     }
-    plan.renderer =
-        std::make_shared<FrameRenderer>(edits, plan.sourceSize, plan.renderSize, shared);
+    auto camera = CameraFootage::load(folder);
+    if (!camera) {
+        return withMessage(kCannotExport, camera.error());
+    }
+    plan.camera = std::move(*camera);
+    std::optional<Size> cameraSize;
+    if (plan.camera) {
+        cameraSize = plan.camera->size;
+    }
+    plan.renderer = std::make_shared<FrameRenderer>(edits, plan.sourceSize, plan.renderSize, shared,
+                                                    cameraSize);
     auto [redactions, captions] = registeredOverlays();
     if (redactions) {
         plan.renderer->setRedactions(redactions(folder, edits, plan.sourceSize));
@@ -210,6 +237,13 @@ Result<RenderPlan> renderPlan(const fs::path& folder, const project::Edits& edit
         plan.renderer->setCaptions(captions(folder, edits, plan.sourceSize));
     }
     return plan;
+}
+
+Result<std::unique_ptr<CameraFeed>> openCameraFeed(const RenderPlan& plan) {
+    if (!plan.camera || !plan.renderer->drawsCamera()) {
+        return std::unique_ptr<CameraFeed>();
+    }
+    return CameraFeed::open(*plan.camera, plan.renderer->cameraReadSize());
 }
 
 Result<Image> renderFrame(const RenderPlan& plan, double t) {

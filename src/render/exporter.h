@@ -8,6 +8,7 @@
 #include "base/cancel_token.h"
 #include "base/geometry.h"
 #include "base/result.h"
+#include "camera_footage.h"
 #include "export_preset.h"
 #include "frame_renderer.h"
 #include "image.h"
@@ -28,7 +29,11 @@ struct RenderPlan {
     Size renderSize;
     std::shared_ptr<const project::TimeMap> map;
     std::shared_ptr<FrameRenderer> renderer;
+    std::optional<CameraFootage> camera;  // the webcam recorded beside it, if any
 };
+
+// Reads a plan's camera footage for its renderer: none when the frames show no camera.
+Result<std::unique_ptr<CameraFeed>> openCameraFeed(const RenderPlan& plan);
 
 // Steps of the frame routine that live in modules above this one (redactions, captions): each
 // registered source makes the overlay of one recording, or none. Every plan made after the
@@ -40,7 +45,8 @@ void registerOverlay(OverlaySlot slot, OverlaySource source);
 
 // Plans the finished video of the recording in project `folder` for `edits`: the render size
 // (`size`, else the canvas held to `maxDimension`), the frame rate (the recording's, capped by
-// `fps`), the cursor from the folder's cursor track. Error: "This recording cannot be exported."
+// `fps`), the cursor from the folder's cursor track and the camera footage beside it. Error: "This
+// recording cannot be exported."
 Result<RenderPlan> renderPlan(const std::filesystem::path& folder, const project::Edits& edits,
                               std::optional<double> maxDimension = std::nullopt,
                               std::optional<Size> size = std::nullopt,

@@ -37,12 +37,14 @@ const project::ZoomSection* activeZoom(const Edits& edits, double t) {
 }
 
 FrameRenderer::FrameRenderer(Edits edits, Size source, Size output,
-                             std::shared_ptr<const CursorRenderer> cursor)
+                             std::shared_ptr<const CursorRenderer> cursor,
+                             std::optional<Size> camera)
     : m_edits(std::move(edits)),
       m_source(source),
       m_width(std::max(2, static_cast<int>(output.width))),
       m_height(std::max(2, static_cast<int>(output.height))),
-      m_cursor(std::move(cursor)) {
+      m_cursor(std::move(cursor)),
+      m_cameraSize(camera) {
     const int sw = std::max(1, static_cast<int>(source.width));
     const int sh = std::max(1, static_cast<int>(source.height));
     m_window = {0, 0, sw, sh};
@@ -58,21 +60,39 @@ FrameRenderer::FrameRenderer(Edits edits, Size source, Size output,
     prepareBackdrop();
 }
 
+Size FrameRenderer::cameraReadSize() const {
+    return m_camera && m_cameraSize ? m_camera->readSize(*m_cameraSize) : Size{};
+}
+
 void FrameRenderer::prepareBackdrop() {
     const Rect output{0, 0, static_cast<double>(m_width), static_cast<double>(m_height)};
     const Size shown{static_cast<double>(m_window.width), static_cast<double>(m_window.height)};
+    // With camera footage the camera style decides where the picture goes (beside the camera,
+    // or nowhere), and where the camera goes.
+    std::optional<Rect> placed;
+    bool screenShown = true;
+    if (m_cameraSize && m_edits.camera &&
+        m_edits.camera->layout != project::CameraLayout::ScreenOnly) {
+        auto frames =
+            m_edits.camera->frames(output, shown, m_edits.frame ? m_edits.frame->padding : 0);
+        placed = frames.screen;
+        screenShown = frames.screen.has_value();
+        if (frames.camera) {
+            m_camera.emplace(*m_edits.camera, *frames.camera, m_width, m_height);
+        }
+    }
     m_backdrop = Image(m_width, m_height);
     CairoPtr cr = contextFor(m_backdrop.view());
     if (!m_edits.frame) {
         // No frame: the picture fills the canvas, with black where the shapes differ.
-        m_picture = pixelRect(fit(shown, output));
+        m_picture = screenShown ? pixelRect(placed.value_or(fit(shown, output))) : PixelRect{};
         cairo_set_source_rgb(cr.get(), 0, 0, 0);
         cairo_paint(cr.get());
         return;
     }
     const project::FrameStyle& style = *m_edits.frame;
     FrameLayout layout = frameLayout(style, output, shown);
-    m_picture = pixelRect(layout.picture);
+    m_picture = screenShown ? pixelRect(placed.value_or(layout.picture)) : PixelRect{};
     const auto& colours = backdropFor(style.background);
     // Corner to corner: the top colour at the top left, the bottom colour at the bottom right.
     PatternPtr gradient(cairo_pattern_create_linear(0, 0, m_width, m_height));
@@ -85,7 +105,7 @@ void FrameRenderer::prepareBackdrop() {
 
     const double radius =
         std::clamp(layout.radius, 0.0, std::min(m_picture.width, m_picture.height) / 2.0);
-    if (layout.shadowSigma > 0) {
+    if (layout.shadowSigma > 0 && screenShown) {
         std::vector<uint8_t> shadow(static_cast<size_t>(m_width) * m_height);
         const int stride = cairo_format_stride_for_width(CAIRO_FORMAT_A8, m_width);
         std::vector<uint8_t> surfaceData(static_cast<size_t>(stride) * m_height);
@@ -284,7 +304,7 @@ FrameRenderer::Moment FrameRenderer::moment(double t) const {
     return now;
 }
 
-void FrameRenderer::render(const ImageView& screen, const Moment& moment,
+void FrameRenderer::render(const ImageView& screen, const ImageView& camera, const Moment& moment,
                            const ImageView& out) const {
     const double t = moment.t;
     // Around the picture: the backdrop, copied row by row where the picture does not cover it.
@@ -301,8 +321,23 @@ void FrameRenderer::render(const ImageView& screen, const Moment& moment,
                     static_cast<size_t>(m_width - right) * 4);
     }
 
-    // The picture: the shown area of the recording, zoomed and scaled into place in one pass.
     const View& v = moment.view;
+    if (p.width > 0 && p.height > 0) {
+        drawScreen(screen, v, t, out);
+    }
+    // The camera over the framed screen, never zoomed; captions stay on top.
+    if (m_camera) {
+        m_camera->draw(camera, out);
+    }
+    if (m_captions) {
+        m_captions->draw(out, v.mapping, t);
+    }
+}
+
+void FrameRenderer::drawScreen(const ImageView& screen, const View& v, double t,
+                               const ImageView& out) const {
+    const PixelRect& p = m_picture;
+    // The picture: the shown area of the recording, zoomed and scaled into place in one pass.
     drawPicture(screen, v, out);
 
     // Drawn over the picture in output pixels through the same mapping, so zooms move and scale
@@ -322,10 +357,6 @@ void FrameRenderer::render(const ImageView& screen, const Moment& moment,
     }
     // The rounded corners last, so whatever lies on the picture is rounded with it.
     blendCorners(out);
-
-    if (m_captions) {
-        m_captions->draw(out, v.mapping, t);
-    }
 }
 
 }  // namespace quillo::render

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "base/geometry.h"
+#include "camera_overlay.h"
 #include "cursor_renderer.h"
 #include "image.h"
 #include "project/edits.h"
@@ -47,9 +48,12 @@ public:
 // the rounded-corner mask) is drawn once here; a frame depends only on the recipe and its time.
 class FrameRenderer {
 public:
-    // `source` is the recording's pixel size, `output` the finished frame's.
+    // `source` is the recording's pixel size, `output` the finished frame's. `camera` is the
+    // pixel size of the webcam footage recorded beside it, when there is any: only then does
+    // the recipe's camera style lay out the frame and draw the camera.
     FrameRenderer(project::Edits edits, Size source, Size output,
-                  std::shared_ptr<const CursorRenderer> cursor);
+                  std::shared_ptr<const CursorRenderer> cursor,
+                  std::optional<Size> camera = std::nullopt);
 
     void setRedactions(std::shared_ptr<const FrameOverlay> overlay) { m_redactions = overlay; }
     void setCaptions(std::shared_ptr<const FrameOverlay> overlay) { m_captions = overlay; }
@@ -57,8 +61,11 @@ public:
     const project::Edits& edits() const { return m_edits; }
     int outputWidth() const { return m_width; }
     int outputHeight() const { return m_height; }
-    // Where the picture lands in the output frame.
+    // Where the picture lands in the output frame (empty when only the camera shows).
     PixelRect picture() const { return m_picture; }
+    // Whether frames show the camera, and the size to read its footage at.
+    bool drawsCamera() const { return m_camera.has_value(); }
+    Size cameraReadSize() const;
 
     // Where things are at recording time t, worked out once per frame: the shown part of the
     // recording, the zoom and the picture's mapping, and a key of everything besides the
@@ -78,7 +85,12 @@ public:
 
     // The finished frame into `out` (outputWidth × outputHeight) from `screen`, the
     // recording's frame at the moment's time (left unchanged).
-    void render(const ImageView& screen, const Moment& moment, const ImageView& out) const;
+    void render(const ImageView& screen, const Moment& moment, const ImageView& out) const {
+        render(screen, ImageView{}, moment, out);
+    }
+    // The same with the camera's frame of that moment (empty: the camera place stays bare).
+    void render(const ImageView& screen, const ImageView& camera, const Moment& moment,
+                const ImageView& out) const;
     void render(const ImageView& screen, double t, const ImageView& out) const {
         render(screen, moment(t), out);
     }
@@ -90,6 +102,9 @@ private:
     View view(double t) const;
     void prepareBackdrop();
     void blendCorners(const ImageView& out) const;
+    // The recording's picture with redactions, cursor and rounded corners.
+    void drawScreen(const ImageView& screen, const View& view, double t,
+                    const ImageView& out) const;
     void drawPicture(const ImageView& screen, const View& view, const ImageView& out) const;
 
     project::Edits m_edits;
@@ -99,6 +114,8 @@ private:
     std::shared_ptr<const CursorRenderer> m_cursor;
     std::shared_ptr<const FrameOverlay> m_redactions;
     std::shared_ptr<const FrameOverlay> m_captions;
+    std::optional<Size> m_cameraSize;
+    std::optional<CameraOverlay> m_camera;
 
     std::optional<double> m_reframeRatio;  // a "follow" reframe's shape
     PixelRect m_window;                    // its window size (position moves)

@@ -37,6 +37,12 @@ Result<void> PreviewRenderer::setRecipe(const PreviewRecipe& recipe) {
         m_readerMovie = plan->movie;
         m_last.reset();
     }
+    auto camera = render::openCameraFeed(*plan);
+    if (!camera) {
+        m_plan.reset();
+        return unreadable(camera.error());
+    }
+    m_camera = std::move(*camera);
     m_plan = std::move(*plan);
     return {};
 }
@@ -92,7 +98,15 @@ std::shared_ptr<PreviewFrame> PreviewRenderer::compose(double t) {
     render::FrameRenderer::Moment moment = renderer.moment(t);
     render::ImageView screen{m_screen.pixels.data(), m_screen.width, m_screen.height,
                              m_screen.stride};
-    renderer.render(screen, moment, frame->image.view());
+    render::ImageView camera;
+    if (m_camera) {
+        // A camera frame that cannot be read leaves the camera's place bare.
+        if (auto read = m_camera->frame(t)) {
+            const media::VideoFrame& c = **read;
+            camera = {const_cast<uint8_t*>(c.pixels.data()), c.width, c.height, c.stride};
+        }
+    }
+    renderer.render(screen, camera, moment, frame->image.view());
     frame->time = t;
     frame->mapping = moment.view.mapping;
     frame->source = m_plan->sourceSize;

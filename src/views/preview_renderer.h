@@ -60,6 +60,7 @@ private:
     std::filesystem::path m_readerMovie;
     std::optional<double> m_last;  // the recording time the reader decoded last
     media::VideoFrame m_screen;
+    std::unique_ptr<render::CameraFeed> m_camera;  // when the frames show the webcam
     std::vector<std::shared_ptr<PreviewFrame>> m_pool;
 };
 
