@@ -6,6 +6,7 @@
 #include "agent/agent_texts.h"
 #include "base/repeating_timer.h"
 #include "capture/background_input.h"
+#include "capture/camera_recorder.h"
 #include "capture/capture_session.h"
 #include "capture/cursor_recorder.h"
 #include "editor/dead_time_remover.h"
@@ -21,6 +22,7 @@ StudioModel::StudioModel(project::ProjectLibrary library, TaskQueue& mainQueue,
       m_main(mainQueue),
       m_preferences(preferences),
       m_capture(std::make_unique<capture::CaptureSession>(std::move(backend), mainQueue)),
+      m_camera(std::make_unique<capture::CameraRecorder>(mainQueue)),
       m_message(texts::kChooseSource) {
     m_capture->setOnEvent(
         [this](const std::string& event, const Json& info) { receive(event, info); });
@@ -31,6 +33,7 @@ StudioModel::~StudioModel() {
     m_countdown.reset();
     m_ticker.reset();
     m_cursor.reset();
+    m_camera.reset();
     m_input.reset();
     m_deadTime.clear();
     m_capture.reset();

@@ -24,6 +24,7 @@ class RepeatingTimer;
 namespace quillo::capture {
 class AccessibleElements;
 class BackgroundInput;
+class CameraRecorder;
 class CaptureSession;
 class CursorRecorder;
 }  // namespace quillo::capture
@@ -116,6 +117,8 @@ public:
     // The app of the shared window, else "your app".
     std::string sourceAppName() const;
     capture::CaptureSession& capture() { return *m_capture; }
+    // The webcam: recorded beside the screen when "cameraEnabled" is on; its live preview.
+    capture::CameraRecorder& camera() { return *m_camera; }
     // The last recording saved by this studio.
     const std::optional<std::string>& lastSaved() const { return m_lastSaved; }
     // Recordings completed after a crash at start-up (see recoverRecordings).
@@ -202,6 +205,7 @@ private:
 
     std::unique_ptr<capture::CaptureSession> m_capture;
     std::unique_ptr<capture::CursorRecorder> m_cursor;
+    std::unique_ptr<capture::CameraRecorder> m_camera;
     std::unique_ptr<capture::BackgroundInput> m_input;
     std::shared_ptr<capture::AccessibleElements> m_elements;  // made on first use
     std::optional<Point> m_userPointerAtAgentInput;  // the user's pointer when the agent acted

@@ -6,6 +6,7 @@
 
 #include "base/clock.h"
 #include "base/repeating_timer.h"
+#include "capture/camera_recorder.h"
 #include "capture/capture_session.h"
 #include "capture/cursor_recorder.h"
 #include "recovery.h"
@@ -130,6 +131,13 @@ void StudioModel::beginRecording() {
     markRecording(project->directory);
     m_state = RecordingState::Starting;
     setMessage(texts::kStarting);
+    if (m_preferences.get(prefs::cameraEnabled)) {
+        // A camera problem is a notice: the screen recording goes on without it.
+        m_camera->begin(project->directory, m_preferences.get(prefs::cameraDevice),
+                        [this](const std::string& problem) {
+                            receive("notice", {{"message", problem}});
+                        });
+    }
     m_capture->start(project->directory, m_preferences.get(prefs::systemAudio),
                      m_preferences.get(prefs::microphone), m_preferences.get(prefs::smoothCursor));
 }
@@ -164,6 +172,7 @@ void StudioModel::didStart(double startTime) {
         m_capture->sharedBackend(), m_main, std::move(sources), capture::makeCaretLocator());
     m_cursor->begin(m_current->directory, m_preferences.get(prefs::smoothCursor),
                     m_capture->pixelsPerPoint(), startTime);
+    m_camera->screenStarted(startTime);
     if (!m_cursor->inputNotice().empty()) {
         setMessage(message() + " " + m_cursor->inputNotice());
     }
@@ -228,6 +237,7 @@ void StudioModel::stop() {
             // The writer has not written its first frame; it stops as soon as it has.
             m_stopRequested = true;
             m_capture->stop();
+            m_camera->stop();
             return;
         case RecordingState::Recording:
             break;
@@ -238,6 +248,7 @@ void StudioModel::stop() {
     m_state = RecordingState::Saving;
     setMessage(texts::kFinishing);
     m_capture->stop();
+    m_camera->stop();
 }
 
 void StudioModel::discard() {

@@ -6,6 +6,7 @@
 #include "base/log.h"
 #include "base/repeating_timer.h"
 #include "base/trash.h"
+#include "capture/camera_recorder.h"
 #include "capture/capture_session.h"
 #include "capture/cursor_recorder.h"
 #include "editor/auto_zoom.h"
@@ -57,6 +58,9 @@ Result<project::Edits> StudioModel::prepareEdits(
         }
         edits.cursor = m_preferences.cursorStyle();
     }
+    if (std::filesystem::exists(project.file(project::LocalProject::kCamera))) {
+        edits.camera = m_preferences.cameraStyle();
+    }
     if (auto valid = edits.validate(duration); !valid) {
         return valid.error();
     }
@@ -67,6 +71,12 @@ void StudioModel::saveRecording(double duration) {
     if (!m_current) {
         m_state = RecordingState::Idle;
         changed();
+        return;
+    }
+    // The camera's file is finished and timed first (at once when there is none).
+    if (m_camera->recording()) {
+        m_camera->stop();
+        m_camera->saved([this, duration] { saveRecording(duration); });
         return;
     }
     if (m_discarding) {
@@ -144,6 +154,7 @@ void StudioModel::recordingFailed(const Json& info) {
         message = texts::kRecordingFailed;
     }
     m_countdown.reset();
+    m_camera->stop();
     if (info.contains("duration") && m_current) {
         saveRecording(info["duration"].get<double>());
         setMessage(message, true);

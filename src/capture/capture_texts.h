@@ -37,4 +37,21 @@ inline std::string noSound(bool microphone, const std::string& reason) {
            reason + "), so this recording goes on without it.";
 }
 
+// The camera. Camera access on Linux is membership of the "video" group.
+inline constexpr const char* kCameraDenied =
+    "Allow camera access by adding your user to the “video” group, then log in again and turn "
+    "the camera on again.";
+inline constexpr const char* kCameraMissing =
+    "No camera found. Connect one, then turn the camera on again.";
+inline constexpr const char* kCameraTurnedOff = "The camera was turned off.";
+inline std::string cameraUnavailable(const std::string& camera) {
+    return camera + " is in use or unavailable.";
+}
+inline std::string cameraDidNotStart(const std::string& camera) {
+    return camera + " didn't start.";
+}
+inline std::string withoutCamera(const std::string& reason) {
+    return "Recording without the camera. " + reason;
+}
+
 }  // namespace quillo::capture::texts
