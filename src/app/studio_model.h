@@ -88,6 +88,9 @@ public:
     void toggleRecording();
     // Opens the picker for a window (or any display).
     void choose(bool window, double timeout = 45);
+    // Shares a source picked from a list (the studio's picker), as a pick with the pointer
+    // would: Quillo's own windows are refused, and nothing changes during a recording.
+    Result<void> shareSource(const capture::SourceRef& source);
     void start();
     void cancelCountdown();
     void stop();

@@ -8,6 +8,7 @@
 #include "base/repeating_timer.h"
 #include "capture/camera_recorder.h"
 #include "capture/capture_session.h"
+#include "capture/capture_texts.h"
 #include "capture/cursor_recorder.h"
 #include "recovery.h"
 #include "studio_model.h"
@@ -74,6 +75,22 @@ void StudioModel::choose(bool window, double timeout) {
     m_choosing = true;
     setMessage(texts::kChooseInPicker);
     m_capture->pick(window, timeout);
+}
+
+Result<void> StudioModel::shareSource(const capture::SourceRef& source) {
+    if (m_state != RecordingState::Idle) {
+        return AppError(capture::texts::kStopFirst);
+    }
+    configureCapture();
+    // The session announces the choice ("selected"); a refusal is shown as a pick's would be.
+    if (auto shown = m_capture->preview(source); !shown) {
+        receive("previewError", {{"message", shown.error().message}});
+        return shown.error();
+    }
+    while (auto notice = m_capture->backend().takeNotice()) {
+        receive("notice", {{"message", *notice}});
+    }
+    return {};
 }
 
 void StudioModel::start() {

@@ -8,9 +8,11 @@
 #include <QMessageBox>
 #include <QStatusBar>
 #include <QTabBar>
+#include <QVBoxLayout>
 
 #include "editor_view.h"
 #include "library_view.h"
+#include "recording_bar.h"
 #include "settings_dialog.h"
 
 namespace quillo::views {
@@ -31,7 +33,14 @@ StudioWindow::StudioWindow(app::StudioModel& studio, QWidget* parent)
     // The library is always there: no close button on its tab.
     m_tabs->tabBar()->setTabButton(0, QTabBar::RightSide, nullptr);
     m_tabs->tabBar()->setTabButton(0, QTabBar::LeftSide, nullptr);
-    setCentralWidget(m_tabs);
+    m_bar = new RecordingBar(studio, this);
+    auto* central = new QWidget(this);
+    auto* layout = new QVBoxLayout(central);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSpacing(0);
+    layout->addWidget(m_bar);
+    layout->addWidget(m_tabs, 1);
+    setCentralWidget(central);
 
     m_status = new QLabel(this);
     m_status->setAccessibleName(tr("Status"));
@@ -74,6 +83,9 @@ StudioWindow::~StudioWindow() {
 
 void StudioWindow::buildMenus() {
     QMenu* file = menuBar()->addMenu(tr("&File"));
+    file->addAction(recordAction());
+    file->addAction(m_bar->chooseAction());
+    file->addSeparator();
     QAction* library =
         file->addAction(tr("Show &Library"), this, [this] { m_tabs->setCurrentIndex(0); });
     library->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_L));
@@ -128,6 +140,8 @@ void StudioWindow::buildMenus() {
     });
     updateActions();
 }
+
+QAction* StudioWindow::recordAction() const { return m_bar->recordAction(); }
 
 EditorView* StudioWindow::editorView(const std::string& id) const {
     auto it = m_editors.find(id);

@@ -15,6 +15,7 @@ namespace quillo::views {
 
 class EditorView;
 class LibraryView;
+class RecordingBar;
 class SettingsDialog;
 
 // The studio window: the library as the first tab, one editor tab per open recording (in the
@@ -27,6 +28,10 @@ public:
     ~StudioWindow() override;
 
     LibraryView& library() { return *m_library; }
+    // The source, its live preview and the Record button, above the tabs.
+    RecordingBar& recordingBar() { return *m_bar; }
+    // "Record": starts, cancels the countdown or stops, for menus elsewhere.
+    QAction* recordAction() const;
     // The editor tab of a recording, if it is open.
     EditorView* editorView(const std::string& id) const;
     // The editor tab shown now, if any.
@@ -45,6 +50,7 @@ private:
     void showStatus();
 
     app::StudioModel& m_studio;
+    RecordingBar* m_bar;
     QTabWidget* m_tabs;
     LibraryView* m_library;
     QLabel* m_status;

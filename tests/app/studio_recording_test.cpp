@@ -224,6 +224,43 @@ TEST_F(StudioRecording, QuillosOwnWindowIsRefusedAndTheSourceStays) {
     EXPECT_EQ(onMain([&] { return studio->source()->id; }), 7u);
 }
 
+TEST_F(StudioRecording, ASourceFromTheListIsSharedLikeAPickedOne) {
+    using capture::SourceRef;
+    display->setWindows(
+        {{7, "Notes", "notes", 4242, {100, 100, 640, 360}},
+         {9, "Quillo", "quillo", static_cast<int32_t>(getpid()), {0, 0, 800, 600}}});
+    onMain([&] {
+        int changes = 0;
+        int connection = studio->changed.connect([&] { ++changes; });
+        ASSERT_TRUE(studio->shareSource({SourceRef::Kind::Display, 0}));
+        EXPECT_EQ(studio->source()->kind, "display");
+        EXPECT_EQ(studio->sourceSize(), (Size{1280, 800}));
+        EXPECT_EQ(studio->message().rfind("Ready. Press Record or Ctrl+Shift+2 from any app.", 0),
+                  0u);
+        EXPECT_GT(changes, 0);
+
+        // Quillo's own window is refused on the status line, and the display stays chosen.
+        auto own = studio->shareSource({SourceRef::Kind::Window, 9});
+        ASSERT_FALSE(own);
+        EXPECT_EQ(studio->message(), own.error().message);
+        EXPECT_TRUE(studio->hasError());
+        EXPECT_EQ(studio->source()->kind, "display");
+        EXPECT_FALSE(studio->shareSource({SourceRef::Kind::Window, 8}));  // gone
+
+        ASSERT_TRUE(studio->shareSource({SourceRef::Kind::Window, 7}));
+        EXPECT_EQ(studio->source()->id, 7u);
+        EXPECT_EQ(studio->sourceAppName(), "notes");
+        EXPECT_FALSE(studio->hasError());
+        studio->changed.disconnect(connection);
+    });
+    ASSERT_TRUE(studio->startRecording());
+    auto during = onMain([&] { return studio->shareSource({SourceRef::Kind::Display, 0}); });
+    ASSERT_FALSE(during);
+    EXPECT_EQ(during.error().message, "Stop recording before choosing another source.");
+    EXPECT_EQ(onMain([&] { return studio->source()->id; }), 7u);
+    ASSERT_TRUE(studio->stopRecording());
+}
+
 TEST_F(StudioRecording, AWindowClosedWhileRecordingKeepsWhatWasRecorded) {
     ASSERT_TRUE(studio->shareWindow(4242, ""));
     ASSERT_TRUE(studio->startRecording());
