@@ -282,6 +282,35 @@ Result<void> MovieWriter::addFrame(const uint8_t* bgra, int stride) {
     return s.encode(s.video.get(), s.videoStream, s.picture.get());
 }
 
+Result<void> MovieWriter::updateFrame(const uint8_t* bgra, int stride, int x, int y, int width,
+                                      int height) {
+    Impl& s = *m;
+    if (s.frames == 0) {
+        return addFrame(bgra, stride);
+    }
+    if (int code = av_frame_make_writable(s.picture.get()); code < 0) {
+        return writeError("encode video", code);
+    }
+    // Whole chroma samples: the rectangle grown to even edges, held to the frame.
+    const int left = std::clamp(x, 0, s.settings.width) & ~1;
+    const int top = std::clamp(y, 0, s.settings.height) & ~1;
+    const int right = std::min(s.settings.width, (std::max(x + width, left) + 1) & ~1);
+    const int bottom = std::min(s.settings.height, (std::max(y + height, top) + 1) & ~1);
+    if (right > left && bottom > top) {
+        AVFrame* p = s.picture.get();
+        bgraToI420BT709(bgra + static_cast<ptrdiff_t>(top) * stride + left * 4, stride,
+                        right - left, bottom - top,
+                        p->data[0] + static_cast<ptrdiff_t>(top) * p->linesize[0] + left,
+                        p->linesize[0],
+                        p->data[1] + static_cast<ptrdiff_t>(top / 2) * p->linesize[1] + left / 2,
+                        p->linesize[1],
+                        p->data[2] + static_cast<ptrdiff_t>(top / 2) * p->linesize[2] + left / 2,
+                        p->linesize[2]);
+    }
+    s.picture->pts = s.frames++;
+    return s.encode(s.video.get(), s.videoStream, s.picture.get());
+}
+
 Result<void> MovieWriter::repeatFrame() {
     Impl& s = *m;
     if (s.frames == 0) {

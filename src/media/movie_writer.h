@@ -40,6 +40,9 @@ public:
     Result<void> addFrame(const uint8_t* bgra, int stride);
     // The next frame, the same picture as the one before (still stretches cost no conversion).
     Result<void> repeatFrame();
+    // The next frame, the same as the one before outside the rectangle (x, y, width, height):
+    // only that part of `bgra` (the whole frame) is converted.
+    Result<void> updateFrame(const uint8_t* bgra, int stride, int x, int y, int width, int height);
     // The next `frames` sample frames of interleaved stereo sound at 48 kHz.
     Result<void> addSound(const float* samples, size_t frames);
     // Drains the encoders and writes the index. The movie is complete only after this.

@@ -1,8 +1,10 @@
 #include "camera_footage.h"
 
+#include <cmath>
 #include <system_error>
 
 #include "media/movie_info.h"
+#include "project/edits.h"
 #include "project/local_project.h"
 
 namespace quillo::render {
@@ -43,13 +45,58 @@ CameraFeed::CameraFeed(const CameraFootage& footage, std::unique_ptr<media::Movi
     : m_sync(footage.sync), m_reader(std::move(reader)) {
     m_format.width = static_cast<int>(size.width);
     m_format.height = static_cast<int>(size.height);
+    m_thread = std::thread([this] { decodeAhead(); });
+}
+
+CameraFeed::~CameraFeed() {
+    {
+        std::lock_guard lock(m_mutex);
+        m_stopping = true;
+    }
+    m_wake.notify_all();
+    m_thread.join();
+}
+
+void CameraFeed::decodeAhead() {
+    std::unique_lock lock(m_mutex);
+    while (true) {
+        m_wake.wait(lock, [&] { return m_stopping || m_request; });
+        if (m_stopping) {
+            return;
+        }
+        const double time = *m_request;
+        m_request.reset();
+        m_busy = true;
+        lock.unlock();
+        const bool read = static_cast<bool>(m_reader->frame(time, m_format, m_ahead));
+        lock.lock();
+        m_busy = false;
+        m_aheadTime = read ? std::optional(time) : std::nullopt;
+        m_wake.notify_all();
+    }
+}
+
+void CameraFeed::settle(std::unique_lock<std::mutex>& lock) {
+    m_wake.wait(lock, [&] { return !m_busy && !m_request; });
 }
 
 Result<const media::VideoFrame*> CameraFeed::frame(double t) {
-    // The reader gives the first frame for earlier times and the last one for later times.
-    if (auto read = m_reader->frame(m_sync.cameraTime(t), m_format, m_frame); !read) {
+    const double time = m_sync.cameraTime(t);
+    std::unique_lock lock(m_mutex);
+    settle(lock);
+    if (m_aheadTime && std::abs(*m_aheadTime - time) <= project::kTimeSlack) {
+        std::swap(m_frame, m_ahead);
+    } else if (auto read = m_reader->frame(time, m_format, m_frame); !read) {
+        // The reader gives the first frame for earlier times and the last one for later times.
         return read.error();
     }
+    m_aheadTime.reset();
+    // The next request most likely comes a step as long as this one later.
+    if (m_last && time > *m_last) {
+        m_request = time + (time - *m_last);
+        m_wake.notify_all();
+    }
+    m_last = time;
     return &m_frame;
 }
 

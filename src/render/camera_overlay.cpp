@@ -36,7 +36,7 @@ std::vector<uint8_t> roundedCoverage(int width, int height, double x, double y, 
 
 CameraOverlay::CameraOverlay(const project::CameraStyle& style, const Rect& area, int outputWidth,
                              int outputHeight)
-    : m_mirror(style.mirror) {
+    : m_mirror(style.mirror), m_outputWidth(outputWidth), m_outputHeight(outputHeight) {
     m_x = static_cast<int>(std::lround(area.x));
     m_y = static_cast<int>(std::lround(area.y));
     m_width = std::max(1, static_cast<int>(std::lround(area.x + area.width)) - m_x);
@@ -79,6 +79,21 @@ CameraOverlay::CameraOverlay(const project::CameraStyle& style, const Rect& area
             m_shadow.clear();
         }
     }
+}
+
+CameraOverlay::Area CameraOverlay::area() const {
+    int left = m_x, top = m_y, right = m_x + m_width, bottom = m_y + m_height;
+    if (!m_shadow.empty()) {
+        left = std::min(left, m_shadowX);
+        top = std::min(top, m_shadowY);
+        right = std::max(right, m_shadowX + m_shadowWidth);
+        bottom = std::max(bottom, m_shadowY + m_shadowHeight);
+    }
+    left = std::max(left, 0);
+    top = std::max(top, 0);
+    right = std::min(right, m_outputWidth);
+    bottom = std::min(bottom, m_outputHeight);
+    return {left, top, std::max(0, right - left), std::max(0, bottom - top)};
 }
 
 Size CameraOverlay::readSize(Size camera) const {

@@ -24,6 +24,12 @@ public:
     int width() const { return m_width; }
     int height() const { return m_height; }
 
+    // Every pixel draw() may change (the camera and its shadow), clipped to the frame.
+    struct Area {
+        int x = 0, y = 0, width = 0, height = 0;
+    };
+    Area area() const;
+
     // The smallest picture size (even sides) that covers the rectangle when `camera` pixels are
     // scaled to fill it: reading the footage at this size saves scaling work.
     Size readSize(Size camera) const;
@@ -35,6 +41,7 @@ private:
     void prepareShadow(int outputWidth, int outputHeight);
 
     bool m_mirror = false;
+    int m_outputWidth = 0, m_outputHeight = 0;
     int m_x = 0, m_y = 0, m_width = 0, m_height = 0;
     std::vector<uint8_t> m_mask;  // coverage over the rectangle, 255 inside
     // The shadow's darkness (0–255) over its own rectangle, clipped to the frame.

@@ -126,35 +126,60 @@ public:
 
     // The finished frame at a recording time. `repeated` is set when it is the same picture as
     // the one before (the recording did not change and neither did zoom, cursor or overlays);
-    // the frame is then not drawn again.
-    Result<const Image*> render(double recordingTime, bool* repeated = nullptr) {
+    // the frame is then not drawn again. `changed` gets the part that differs from the frame
+    // before when only the camera moved (else none: anything may differ).
+    Result<const Image*> render(double recordingTime, bool* repeated = nullptr,
+                                std::optional<PixelRect>* changed = nullptr) {
+        if (changed) {
+            changed->reset();
+        }
         auto read = m_reader->frame(recordingTime, {}, m_screen);
         if (!read) {
             return read.error();
         }
         FrameRenderer::Moment moment = m_plan.renderer->moment(recordingTime);
-        ImageView camera;
-        if (m_camera) {
-            auto frame = m_camera->frame(recordingTime);
-            if (!frame) {
-                return frame.error();
+        const bool same = m_rendered && m_screen.unchanged && moment.key == m_key;
+        const ImageView screen{m_screen.pixels.data(), m_screen.width, m_screen.height,
+                               m_screen.stride};
+        if (!m_camera) {
+            if (repeated) {
+                *repeated = same;
             }
-            const media::VideoFrame& c = **frame;
-            camera = {const_cast<uint8_t*>(c.pixels.data()), c.width, c.height, c.stride};
-            // A new camera frame is a new picture.
-            moment.key.push_back(c.time);
+            if (!same) {
+                m_plan.renderer->render(screen, moment, m_out.view());
+                m_key = std::move(moment.key);
+                m_rendered = true;
+            }
+            return &m_out;
         }
-        bool same = m_rendered && m_screen.unchanged && moment.key == m_key;
+        auto frame = m_camera->frame(recordingTime);
+        if (!frame) {
+            return frame.error();
+        }
+        const media::VideoFrame& c = **frame;
+        const ImageView camera{const_cast<uint8_t*>(c.pixels.data()), c.width, c.height, c.stride};
+        const bool sameCamera = same && c.time == m_cameraTime;
         if (repeated) {
-            *repeated = same;
+            *repeated = sameCamera;
         }
-        if (!same) {
-            ImageView screen{m_screen.pixels.data(), m_screen.width, m_screen.height,
-                             m_screen.stride};
-            m_plan.renderer->render(screen, camera, moment, m_out.view());
+        if (sameCamera) {
+            return &m_out;
+        }
+        // The framed screen is kept apart, so that while only the camera moves just its place
+        // is drawn again.
+        if (same) {
+            m_plan.renderer->restoreCameraArea(m_base.view(), m_out.view());
+            if (changed) {
+                *changed = m_plan.renderer->cameraArea();
+            }
+        } else {
+            m_plan.renderer->renderScreen(screen, moment, m_base.view());
+            copyPixels(m_base.view(), m_out.view(), 0, 0);
             m_key = std::move(moment.key);
             m_rendered = true;
         }
+        m_plan.renderer->finish(camera, moment, m_out.view());
+        m_cameraTime = c.time;
         return &m_out;
     }
 
@@ -164,13 +189,19 @@ private:
         : m_plan(plan),
           m_reader(std::move(reader)),
           m_camera(std::move(camera)),
-          m_out(m_plan.renderer->outputWidth(), m_plan.renderer->outputHeight()) {}
+          m_out(m_plan.renderer->outputWidth(), m_plan.renderer->outputHeight()) {
+        if (m_camera) {
+            m_base = Image(m_out.width, m_out.height);
+        }
+    }
 
     const RenderPlan& m_plan;
     std::unique_ptr<media::MovieReader> m_reader;
     std::unique_ptr<CameraFeed> m_camera;
     media::VideoFrame m_screen;
     Image m_out;
+    Image m_base;               // m_out without the camera, when there is one
+    double m_cameraTime = -1;   // the camera frame m_out shows
     std::vector<double> m_key;  // the state m_out was rendered for
     bool m_rendered = false;
 };
@@ -293,12 +324,16 @@ Result<void> exportMovie(const RenderPlan& plan, const fs::path& destination, bo
         }
         double t = plan.map->source(static_cast<double>(k) / plan.fps);
         bool repeated = false;
-        auto frame = source->render(t, &repeated);
+        std::optional<PixelRect> changed;
+        auto frame = source->render(t, &repeated, &changed);
         if (!frame) {
             return withMessage(kFailed, frame.error());
         }
-        auto added = repeated ? (*writer)->repeatFrame()
-                              : (*writer)->addFrame((*frame)->pixels.data(), (*frame)->stride());
+        const uint8_t* pixels = (*frame)->pixels.data();
+        auto added = repeated  ? (*writer)->repeatFrame()
+                     : changed ? (*writer)->updateFrame(pixels, (*frame)->stride(), changed->x,
+                                                        changed->y, changed->width, changed->height)
+                               : (*writer)->addFrame(pixels, (*frame)->stride());
         if (!added) {
             return withMessage(kFailed, added.error());
         }

@@ -306,6 +306,12 @@ FrameRenderer::Moment FrameRenderer::moment(double t) const {
 
 void FrameRenderer::render(const ImageView& screen, const ImageView& camera, const Moment& moment,
                            const ImageView& out) const {
+    renderScreen(screen, moment, out);
+    finish(camera, moment, out);
+}
+
+void FrameRenderer::renderScreen(const ImageView& screen, const Moment& moment,
+                                 const ImageView& out) const {
     const double t = moment.t;
     // Around the picture: the backdrop, copied row by row where the picture does not cover it.
     const ImageView back = m_backdrop.view();
@@ -325,12 +331,37 @@ void FrameRenderer::render(const ImageView& screen, const ImageView& camera, con
     if (p.width > 0 && p.height > 0) {
         drawScreen(screen, v, t, out);
     }
+}
+
+void FrameRenderer::finish(const ImageView& camera, const Moment& moment,
+                           const ImageView& out) const {
     // The camera over the framed screen, never zoomed; captions stay on top.
     if (m_camera) {
         m_camera->draw(camera, out);
     }
     if (m_captions) {
-        m_captions->draw(out, v.mapping, t);
+        m_captions->draw(out, moment.view.mapping, moment.t);
+    }
+}
+
+std::optional<PixelRect> FrameRenderer::cameraArea() const {
+    if (m_captions || !m_camera) {
+        return std::nullopt;
+    }
+    const CameraOverlay::Area area = m_camera->area();
+    return PixelRect{area.x, area.y, area.width, area.height};
+}
+
+void FrameRenderer::restoreCameraArea(const ImageView& base, const ImageView& out) const {
+    const std::optional<PixelRect> place = cameraArea();
+    if (!place) {
+        copyPixels(base, out, 0, 0);
+        return;
+    }
+    const PixelRect& area = *place;
+    for (int y = area.y; y < area.y + area.height; ++y) {
+        std::memcpy(out.pixel(area.x, y), base.pixel(area.x, y),
+                    static_cast<size_t>(area.width) * 4);
     }
 }
 

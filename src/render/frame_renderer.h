@@ -91,6 +91,16 @@ public:
     // The same with the camera's frame of that moment (empty: the camera place stays bare).
     void render(const ImageView& screen, const ImageView& camera, const Moment& moment,
                 const ImageView& out) const;
+    // The two halves of that: the framed screen with everything on it (the part that stays
+    // while only the camera moves), then the camera and the captions over it.
+    void renderScreen(const ImageView& screen, const Moment& moment, const ImageView& out) const;
+    void finish(const ImageView& camera, const Moment& moment, const ImageView& out) const;
+    // Puts back `base` (a frame from renderScreen) wherever finish() draws into `out`, so a
+    // moment with the same screen needs only finish() again.
+    void restoreCameraArea(const ImageView& base, const ImageView& out) const;
+    // What restoreCameraArea() and finish() change: the camera's place, or none when it is the
+    // whole frame (captions are drawn over everything).
+    std::optional<PixelRect> cameraArea() const;
     void render(const ImageView& screen, double t, const ImageView& out) const {
         render(screen, moment(t), out);
     }

@@ -295,6 +295,25 @@ TEST(CameraComposition, FootageFollowsItsTimingAndTheTimeMap) {
     const uint8_t* p =
         first->pixels.data() + first->stride * (first->height / 2) + (first->width / 2) * 4;
     EXPECT_GT(p[1], 200) << "the first frame should show the camera's green second";
+
+    // While only the camera moves over a still screen, each new camera frame reaches the movie.
+    edits.segments.reset();
+    edits.camera = plainStyle(CameraLayout::BottomRight);
+    plan = renderPlan(folder, edits);
+    ASSERT_TRUE(plan);
+    ASSERT_TRUE(exportMovie(*plan, movie, false, nullptr, {}));
+    reader = media::MovieReader::open(movie);
+    ASSERT_TRUE(reader);
+    // A 320×180 canvas: the bubble of side 50 sits at (265, 125).
+    for (auto [t, blue] : {std::pair{0.5, true}, {1.5, false}, {3.5, false}}) {
+        auto frame = (*reader)->frame(t, {});
+        ASSERT_TRUE(frame);
+        const uint8_t* bubble = frame->pixels.data() + frame->stride * 150 + 290 * 4;
+        EXPECT_EQ(bubble[0] > 200, blue) << t;
+        EXPECT_EQ(bubble[1] > 200, !blue) << t;
+        const uint8_t* screen = frame->pixels.data() + frame->stride * 60 + 100 * 4;
+        EXPECT_NEAR(screen[1], 128, 12) << t;
+    }
 }
 
 }  // namespace
