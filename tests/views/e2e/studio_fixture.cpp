@@ -10,9 +10,7 @@ namespace quillo::views {
 namespace fs = std::filesystem;
 
 void screenshot(const std::string& display, const fs::path& out, const Rect* area) {
-    fs::path raw = out.string() + ".xwd";
-    std::string grab = "xwd -root -silent -display " + display + " > '" + raw.string() + "'";
-    ASSERT_EQ(std::system(grab.c_str()), 0);
+    // Through x11grab, which reads the screen as shown, composited windows included.
     std::string crop;
     if (area) {
         crop = " -vf crop=" + std::to_string(static_cast<int>(area->width)) + ":" +
@@ -20,8 +18,7 @@ void screenshot(const std::string& display, const fs::path& out, const Rect* are
                std::to_string(static_cast<int>(area->x)) + ":" +
                std::to_string(static_cast<int>(area->y));
     }
-    testing::ffmpeg("-i '" + raw.string() + "'" + crop + " -pix_fmt rgb24", out);
-    fs::remove(raw);
+    testing::ffmpeg("-f x11grab -i " + display + " -frames:v 1" + crop + " -pix_fmt rgb24", out);
 }
 
 double probeDuration(const fs::path& file) {
