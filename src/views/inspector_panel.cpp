@@ -5,6 +5,7 @@
 
 #include "captions_inspector.h"
 #include "dead_time_inspector.h"
+#include "inspector_camera.h"
 #include "inspector_cursor.h"
 #include "inspector_redaction.h"
 #include "inspector_section.h"
@@ -53,6 +54,7 @@ InspectorPanel::InspectorPanel(EditorSession& session, QWidget* parent)
     };
     section("style", tr("Style"), true, new StyleInspector(session));
     section("cursor", tr("Cursor"), true, new CursorInspector(session));
+    section("camera", tr("Camera"), false, new CameraInspector(session));
     section("captions", tr("Captions"), false, new CaptionsInspector(session));
     section("deadTime", tr("Dead Time"), false, new DeadTimeInspector(session));
     section("sensitive", tr("Sensitive Info"), false, new SensitiveInspector(session));

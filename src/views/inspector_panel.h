@@ -16,7 +16,7 @@ class ZoomInspector;
 
 // The inspectors beside the preview: at the top the selected zoom, cut or speed-up, or redaction
 // (a hint when none is selected), then the sections for the whole recording: style, cursor,
-// captions, dead time and sensitive info, each collapsible. Every change goes through the
+// camera, captions, dead time and sensitive info, each collapsible. Every change goes through the
 // session's model; the model's changes (also an agent's) refresh the controls. GUI thread only.
 class InspectorPanel : public QWidget {
     Q_OBJECT

@@ -2,6 +2,8 @@
 // (an agent's too) refresh the controls without a second commit, and controls follow the
 // selection and the export lock.
 
+#include <fstream>
+
 #include <QAbstractButton>
 #include <QCheckBox>
 #include <QComboBox>
@@ -13,6 +15,7 @@
 #include <QWheelEvent>
 #include <gtest/gtest.h>
 
+#include "project/local_project.h"
 #include "views/inspector_panel.h"
 #include "views_fixture.h"
 
@@ -214,6 +217,34 @@ TEST_F(InspectorTest, CanvasShapeAndClickHighlights) {
     QCheckBox* highlights = named<QCheckBox>(panel, "Highlight clicks");
     highlights->setChecked(!highlights->isChecked());
     EXPECT_EQ(session.model().edits().clickHighlights, highlights->isChecked());
+}
+
+// --- camera
+
+TEST_F(InspectorTest, CameraChoicesNeedFootageAndEachIsOneCommit) {
+    EditorSession& session = openSession();
+    {
+        InspectorPanel panel(session);
+        EXPECT_FALSE(named<QComboBox>(panel, "Camera layout")->isEnabled());
+    }
+    std::ofstream(session.model().project().file(project::LocalProject::kCamera)) << "";
+    InspectorPanel panel(session);
+    size_t before = undoSteps(session);
+    choose(named<QComboBox>(panel, "Camera layout"),
+           static_cast<int>(project::CameraLayout::SideLeft));
+    ASSERT_TRUE(session.model().edits().camera);
+    EXPECT_EQ(session.model().edits().camera->layout, project::CameraLayout::SideLeft);
+    EXPECT_EQ(undoSteps(session), before + 1);
+    // The corner radius is only for the rounded shape.
+    EXPECT_FALSE(named<QSlider>(panel, "Camera corner radius")->isEnabled());
+    choose(named<QComboBox>(panel, "Camera shape"),
+           static_cast<int>(project::CameraShape::Rounded));
+    EXPECT_TRUE(named<QSlider>(panel, "Camera corner radius")->isEnabled());
+    named<QDoubleSpinBox>(panel, "Camera size value")->setValue(40);
+    EXPECT_DOUBLE_EQ(session.model().edits().camera->size, 0.4);
+    named<QCheckBox>(panel, "Mirror the camera")->setChecked(false);
+    EXPECT_FALSE(session.model().edits().camera->mirror);
+    EXPECT_EQ(undoSteps(session), before + 4);
 }
 
 // --- cursor
