@@ -4,12 +4,15 @@
 
 #include <QApplication>
 #include <QCloseEvent>
+#include <QDesktopServices>
 #include <QMenuBar>
 #include <QMessageBox>
 #include <QStatusBar>
 #include <QTabBar>
+#include <QUrl>
 #include <QVBoxLayout>
 
+#include "app/record_shortcut.h"
 #include "editor_view.h"
 #include "library_view.h"
 #include "recording_bar.h"
@@ -71,7 +74,12 @@ StudioWindow::StudioWindow(app::StudioModel& studio, QWidget* parent)
 
     buildMenus();
     m_tabsConnection = m_studio.tabsChanged.connect([this] { syncTabs(); });
-    m_changedConnection = m_studio.changed.connect([this] { showStatus(); });
+    m_changedConnection = m_studio.changed.connect([this] {
+        showStatus();
+        followRecording();
+    });
+    m_preferencesObserver = m_studio.preferences().addObserver([this] { followRecording(); });
+    followRecording();
     syncTabs();
     showStatus();
 }
@@ -79,12 +87,18 @@ StudioWindow::StudioWindow(app::StudioModel& studio, QWidget* parent)
 StudioWindow::~StudioWindow() {
     m_studio.tabsChanged.disconnect(m_tabsConnection);
     m_studio.changed.disconnect(m_changedConnection);
+    m_studio.preferences().removeObserver(m_preferencesObserver);
 }
 
 void StudioWindow::buildMenus() {
     QMenu* file = menuBar()->addMenu(tr("&File"));
     file->addAction(recordAction());
+    m_pause = file->addAction(tr("Pause Recording"), this, [this] { m_studio.togglePause(); });
     file->addAction(m_bar->chooseAction());
+    file->addAction(tr("Show Library &Folder"), this, [this] {
+        QDesktopServices::openUrl(
+            QUrl::fromLocalFile(QString::fromStdString(m_studio.library().root().string())));
+    });
     file->addSeparator();
     QAction* library =
         file->addAction(tr("Show &Library"), this, [this] { m_tabs->setCurrentIndex(0); });
@@ -210,6 +224,20 @@ void StudioWindow::updateActions() {
             QString::fromStdString(view->session().model().project().metadata.title) + " — Quillo";
     }
     setWindowTitle(title);
+}
+
+void StudioWindow::followRecording() {
+    const bool recording = m_studio.state() == app::RecordingState::Recording;
+    m_pause->setEnabled(recording);
+    m_pause->setText(recording && m_studio.paused() ? tr("Resume Recording")
+                                                    : tr("Pause Recording"));
+    // The record shortcut as the menu's key: it works in the window where the desktop gives no
+    // global shortcut, and where it does, the global grab takes the keys first.
+    auto label = app::shortcutLabel(m_studio.preferences().get(app::prefs::recordShortcut));
+    QKeySequence keys = QKeySequence::fromString(QString::fromUtf8(label.data(), label.size()));
+    if (recordAction()->shortcut() != keys) {
+        recordAction()->setShortcut(keys);
+    }
 }
 
 void StudioWindow::showStatus() {

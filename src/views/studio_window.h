@@ -48,6 +48,8 @@ private:
     void syncTabs();
     void updateActions();
     void showStatus();
+    // The pause command and the record shortcut follow the recording and the settings.
+    void followRecording();
 
     app::StudioModel& m_studio;
     RecordingBar* m_bar;
@@ -56,6 +58,7 @@ private:
     QLabel* m_status;
     std::map<std::string, QPointer<EditorView>> m_editors;
     QPointer<SettingsDialog> m_settings;
+    QAction* m_pause = nullptr;
     QAction* m_undo = nullptr;
     QAction* m_redo = nullptr;
     QAction* m_delete = nullptr;
@@ -65,6 +68,7 @@ private:
     bool m_quitAllowed = false;
     int m_tabsConnection = 0;
     int m_changedConnection = 0;
+    PreferenceStore::ObserverId m_preferencesObserver{};
 };
 
 }  // namespace quillo::views

@@ -18,7 +18,8 @@ void screenshot(const std::string& display, const fs::path& out, const Rect* are
                std::to_string(static_cast<int>(area->x)) + ":" +
                std::to_string(static_cast<int>(area->y));
     }
-    testing::ffmpeg("-f x11grab -i " + display + " -frames:v 1" + crop + " -pix_fmt rgb24", out);
+    testing::ffmpeg(
+        "-f x11grab -draw_mouse 0 -i " + display + " -frames:v 1" + crop + " -pix_fmt rgb24", out);
 }
 
 double probeDuration(const fs::path& file) {

@@ -171,10 +171,12 @@ TEST_F(StudioWindowEndToEnd, OpenEditUndoAndExportWhileAnAgentEditsTheSameRecord
                          std::to_string(playhead) + " '" + rendered.string() + "' 2>&1";
     ASSERT_EQ(std::system(render.c_str()), 0) << render;
     fs::path expected = kArtefacts / "render-frame-scaled.png";
-    testing::ffmpeg("-i '" + rendered.string() +
-                        "' -vf scale=" + std::to_string(static_cast<int>(picture.width)) + ":" +
-                        std::to_string(static_cast<int>(picture.height)) +
-                        ":flags=area -pix_fmt rgb24",
+    // The preview renders at even sizes and fits the canvas inside, as this scale and pad do.
+    const std::string w = std::to_string(static_cast<int>(picture.width));
+    const std::string h = std::to_string(static_cast<int>(picture.height));
+    testing::ffmpeg("-i '" + rendered.string() + "' -vf 'scale=" + w + ":" + h +
+                        ":flags=area:force_original_aspect_ratio=decrease,pad=" + w + ":" + h +
+                        ":(ow-iw)/2:(oh-ih)/2' -pix_fmt rgb24",
                     expected);
     fs::path cropped = kArtefacts / "preview-picture.png";
     testing::ffmpeg("-i '" + shown.string() +
