@@ -22,25 +22,6 @@ namespace {
 
 constexpr double kFollowInterval = 0.25;
 
-// `area` clipped to the union of the monitors; the area itself when none are known.
-Rect clipToScreen(const Rect& area, const std::vector<MonitorInfo>& monitors) {
-    if (monitors.empty()) {
-        return area;
-    }
-    double left = monitors[0].frame.x, top = monitors[0].frame.y;
-    double right = left + monitors[0].frame.width, bottom = top + monitors[0].frame.height;
-    for (const auto& monitor : monitors) {
-        left = std::min(left, monitor.frame.x);
-        top = std::min(top, monitor.frame.y);
-        right = std::max(right, monitor.frame.x + monitor.frame.width);
-        bottom = std::max(bottom, monitor.frame.y + monitor.frame.height);
-    }
-    double x = std::clamp(area.x, left, right), y = std::clamp(area.y, top, bottom);
-    double r = std::clamp(area.x + area.width, left, right);
-    double b = std::clamp(area.y + area.height, top, bottom);
-    return {x, y, r - x, b - y};
-}
-
 // The frame at `size`: scaled to fit, keeping its shape, centred on black when the shapes
 // differ (a window resized while recording keeps the movie's size).
 FramePtr scaled(const FramePtr& frame, Size size) {

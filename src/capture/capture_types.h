@@ -70,4 +70,7 @@ struct InputEvent {
     bool modifier = false;  // a Shift, Control, Alt or Super key alone
 };
 
+// `area` clipped to the union of the monitors; the area itself when none are known.
+Rect clipToScreen(const Rect& area, const std::vector<MonitorInfo>& monitors);
+
 }  // namespace quillo::capture

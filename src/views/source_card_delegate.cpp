@@ -3,6 +3,7 @@
 #include <QPainter>
 #include <QPainterPath>
 
+#include "colour_mix.h"
 #include "library_card_delegate.h"
 #include "source_list.h"
 
@@ -20,17 +21,6 @@ constexpr int kLineGap = 2;
 constexpr int kBottom = 10;
 constexpr qreal kCardRadius = 10;
 constexpr qreal kPictureRadius = 7;
-
-QColor mix(const QColor& a, const QColor& b, qreal amount) {
-    return QColor::fromRgbF(a.redF() + (b.redF() - a.redF()) * amount,
-                            a.greenF() + (b.greenF() - a.greenF()) * amount,
-                            a.blueF() + (b.blueF() - a.blueF()) * amount);
-}
-
-QColor withAlpha(QColor colour, int alpha) {
-    colour.setAlpha(alpha);
-    return colour;
-}
 
 int titleLine(const QFont& base) {
     return std::max(kIconSize, QFontMetrics(cardTitleFont(base)).height());

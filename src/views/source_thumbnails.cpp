@@ -10,24 +10,8 @@ namespace {
 
 // The area inside the monitors' bounding box; empty when nothing of it is on screen.
 Rect onScreen(const Rect& area, const std::vector<capture::MonitorInfo>& monitors) {
-    if (monitors.empty()) {
-        return area;
-    }
-    double left = monitors[0].frame.x, top = monitors[0].frame.y;
-    double right = left + monitors[0].frame.width, bottom = top + monitors[0].frame.height;
-    for (const auto& monitor : monitors) {
-        left = std::min(left, monitor.frame.x);
-        top = std::min(top, monitor.frame.y);
-        right = std::max(right, monitor.frame.x + monitor.frame.width);
-        bottom = std::max(bottom, monitor.frame.y + monitor.frame.height);
-    }
-    double x = std::max(area.x, left), y = std::max(area.y, top);
-    double width = std::min(area.x + area.width, right) - x;
-    double height = std::min(area.y + area.height, bottom) - y;
-    if (width < 1 || height < 1) {
-        return {};
-    }
-    return {x, y, width, height};
+    Rect inside = capture::clipToScreen(area, monitors);
+    return inside.width < 1 || inside.height < 1 ? Rect{} : inside;
 }
 
 QImage picture(capture::ScreenGrabber& grabber, const Rect& area, QSize bounds) {

@@ -7,6 +7,7 @@
 #include <QPainterPath>
 
 #include "base/clock.h"
+#include "colour_mix.h"
 #include "project/time_map.h"
 #include "timeline_items.h"
 
@@ -26,12 +27,6 @@ const QColor kRedaction(128, 131, 145);
 const QColor kCaption(59, 130, 246);
 const QColor kMarker(34, 160, 107);
 const QColor kSound(20, 170, 160);
-
-QColor mix(const QColor& a, const QColor& b, qreal amount) {
-    return QColor::fromRgbF(a.redF() + (b.redF() - a.redF()) * amount,
-                            a.greenF() + (b.greenF() - a.greenF()) * amount,
-                            a.blueF() + (b.blueF() - a.blueF()) * amount);
-}
 
 QColor withAlpha(QColor colour, qreal alpha) {
     colour.setAlphaF(static_cast<float>(alpha));

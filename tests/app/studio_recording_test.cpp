@@ -16,8 +16,7 @@
 #include "base/paths.h"
 #include "capture/capture_session.h"
 #include "project/edits_json.h"
-#include "support/fake_display.h"
-#include "support/temp_folder.h"
+#include "studio_fixture.h"
 
 namespace quillo::app {
 namespace {
@@ -25,35 +24,9 @@ namespace {
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
 
-class StudioRecording : public ::testing::Test {
+class StudioRecording : public FakeDisplayStudio {
 protected:
-    void SetUp() override {
-        testing::isolateHome(environment, home.path());
-        environment.set("QUILLO_SELFTEST", "1");
-        environment.set("PULSE_SERVER", "unix:/nonexistent");
-        mainThread = std::thread([this] { mainQueue.run(); });
-        store = std::make_unique<PreferenceStore>(home / "preferences.json");
-        preferences = std::make_unique<Preferences>(*store);
-        ASSERT_TRUE(preferences->set(prefs::countdown, int64_t{0}));
-        ASSERT_TRUE(preferences->set(prefs::systemAudio, false));
-        display->setWindows({{7, "Notes", "notes", 4242, {100, 100, 640, 360}}});
-        studio = std::make_shared<StudioModel>(project::ProjectLibrary(home / "Library"), mainQueue,
-                                               *preferences, display);
-        // The screen changes ten times a second.
-        painter = std::thread([this] {
-            while (!stopPainting) {
-                ++display->screenSerial;
-                std::this_thread::sleep_for(100ms);
-            }
-        });
-    }
-    void TearDown() override {
-        stopPainting = true;
-        painter.join();
-        mainQueue.invoke([this] { studio.reset(); });
-        mainQueue.post([this] { mainQueue.quit(); });
-        mainThread.join();
-    }
+    void SetUp() override { startStudio(100ms); }  // the screen changes ten times a second
 
     template <class F>
     auto onMain(F work) {
@@ -64,17 +37,6 @@ protected:
         EXPECT_TRUE(text);
         return text ? project::decodeEdits(*text).value() : project::Edits{};
     }
-
-    testing::TempFolder home;
-    testing::ScopedEnvironment environment;
-    LoopMainQueue mainQueue;
-    std::thread mainThread;
-    std::unique_ptr<PreferenceStore> store;
-    std::unique_ptr<Preferences> preferences;
-    std::shared_ptr<testing::FakeDisplay> display = std::make_shared<testing::FakeDisplay>();
-    std::shared_ptr<StudioModel> studio;
-    std::atomic<bool> stopPainting{false};
-    std::thread painter;
 };
 
 TEST_F(StudioRecording, PausesBecomeCutsAndShortOnesLeaveNone) {
