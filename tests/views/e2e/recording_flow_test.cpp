@@ -250,6 +250,17 @@ TEST_F(RecordingFromTheDesktop, TheGlobalShortcutStartsAndStopsAndASecondCopyIsT
                    "or use the Record button.") != std::string::npos;
     })) << status;
     x->stop(second);
+
+    // Another shortcut in the settings takes effect at once.
+    setPreferences(
+        {{"countdown", 1}, {"openAfterRecording", false}, {"recordShortcut", "commandShiftR"}});
+    std::this_thread::sleep_for(std::chrono::seconds(1));
+    x->xdotool("windowactivate --sync " + std::to_string(terminal) + " key ctrl+shift+r");
+    EXPECT_TRUE(eventually([&] {
+        auto list = recordings(library);
+        return list.size() == 2 && (fs::exists(list[0].directory / ".recording") ||
+                                    fs::exists(list[1].directory / ".recording"));
+    })) << "Ctrl+Shift+R did not start a recording";
 }
 
 }  // namespace
