@@ -42,6 +42,7 @@ AppRuntime::AppRuntime(MainQueue& mainQueue)
 
 AppRuntime::~AppRuntime() {
     m_shortcut.reset();
+    m_cameraSwitch.reset();
     m_preferences.removeObserver(m_observer);
     m_server.stop();
     m_tools.reset();
@@ -52,6 +53,12 @@ AppRuntime::~AppRuntime() {
 void AppRuntime::enableGlobalShortcut() {
     if (!m_shortcut && environmentValue("QUILLO_SELFTEST") != "1") {
         m_shortcut = std::make_unique<GlobalShortcut>(m_preferences, *m_backend, *m_studio, m_main);
+    }
+}
+
+void AppRuntime::enableCameraPreview() {
+    if (!m_cameraSwitch) {
+        m_cameraSwitch = std::make_unique<CameraSwitch>(m_preferences, *m_studio);
     }
 }
 

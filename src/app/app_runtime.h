@@ -7,6 +7,7 @@
 #include "agent/agent_tools.h"
 #include "agent/control_server.h"
 #include "base/main_queue.h"
+#include "camera_switch.h"
 #include "capture/display_backend.h"
 #include "global_shortcut.h"
 #include "preferences.h"
@@ -39,6 +40,8 @@ public:
     // Registers the global record shortcut (a windowed Quillo, never in self-test mode).
     void enableGlobalShortcut();
     const GlobalShortcut* globalShortcut() const { return m_shortcut.get(); }
+    // Runs the webcam for the studio's live picture while the camera setting is on.
+    void enableCameraPreview();
     // The lines printed at start in a terminal: library, recovery, capture and agent server.
     std::vector<std::string> summary() const;
 
@@ -55,6 +58,7 @@ private:
     PreferenceStore::ObserverId m_observer{};
     MainQueue& m_main;
     std::unique_ptr<GlobalShortcut> m_shortcut;
+    std::unique_ptr<CameraSwitch> m_cameraSwitch;
 };
 
 }  // namespace quillo::app

@@ -37,6 +37,7 @@ struct CameraRecorder::Session {
     bool stopFile = false;
     std::optional<double> screenStart;
     std::string deviceID;
+    std::atomic<bool> ended{false};  // the run is over (set by the camera's queue)
 };
 
 CameraRecorder::CameraRecorder(TaskQueue& mainQueue) : m_main(mainQueue) {}
@@ -50,6 +51,16 @@ CameraRecorder::~CameraRecorder() {
 }
 
 std::vector<CameraDevice> CameraRecorder::devices() { return cameraDevices(); }
+
+bool CameraRecorder::running() const { return m_session && !m_session->ended; }
+
+bool CameraRecorder::live() const {
+    if (!running()) {
+        return false;
+    }
+    std::lock_guard lock(m_session->mutex);
+    return !m_session->stop;
+}
 
 void CameraRecorder::setEnabled(const std::optional<std::string>& deviceID, bool on,
                                 std::function<void(Result<void>)> done) {
@@ -68,14 +79,19 @@ void CameraRecorder::setEnabled(const std::optional<std::string>& deviceID, bool
         }
         return;
     }
-    if (m_running && m_session) {
+    if (live()) {
         std::lock_guard lock(m_session->mutex);
-        m_session->keepRunning = true;
-        m_enabled = true;
-        if (done) {
-            done({});
+        // Another camera chosen while one runs outside a recording: that one is replaced.
+        const bool other = deviceID && *deviceID != m_session->deviceID;
+        if (!other || m_session->fileFolder) {
+            m_session->keepRunning = true;
+            m_enabled = true;
+            if (done) {
+                done({});
+            }
+            return;
         }
-        return;
+        m_session->stop = true;
     }
     start(
         deviceID,
@@ -95,7 +111,6 @@ void CameraRecorder::start(const std::optional<std::string>& deviceID,
     session->fileFolder = std::move(fileFolder);
     session->keepRunning = keepRunning;
     m_session = session;
-    m_running = true;
     std::vector<CameraDevice> all = devices();
     std::optional<CameraDevice> device;
     for (const auto& d : all) {
@@ -108,7 +123,7 @@ void CameraRecorder::start(const std::optional<std::string>& deviceID,
         device = all.front();  // the chosen camera is gone: the default one
     }
     if (!device) {
-        m_running = false;
+        session->ended = true;
         {
             std::lock_guard lock(m_mutex);
             m_fileUnderWay = false;
@@ -134,7 +149,7 @@ void CameraRecorder::begin(const fs::path& directory, const std::optional<std::s
         m_problem = std::move(problem);
         m_fileUnderWay = true;
     }
-    if (!m_running || !m_session) {
+    if (!live()) {
         start(
             deviceID,
             [this](Result<void> opened) {
@@ -200,7 +215,7 @@ void CameraRecorder::saved(std::function<void()> done) {
 
 std::shared_ptr<const CameraPreviewFrame> CameraRecorder::preview() const {
     std::lock_guard lock(m_mutex);
-    return m_running ? m_preview : nullptr;
+    return running() ? m_preview : nullptr;
 }
 
 void CameraRecorder::report(const std::string& reason) {
@@ -259,7 +274,7 @@ void CameraRecorder::run(std::shared_ptr<Session> session, CameraDevice device,
     if (!stream) {
         AppError error = stream.error();
         logError("app.quillo.camera", error.message + " " + error.detail);
-        m_running = false;
+        session->ended = true;
         {
             std::lock_guard lock(session->mutex);
             session->fileFolder.reset();
@@ -359,7 +374,7 @@ void CameraRecorder::run(std::shared_ptr<Session> session, CameraDevice device,
         }
     }
     endFile();
-    m_running = false;
+    session->ended = true;
 }
 
 }  // namespace quillo::capture

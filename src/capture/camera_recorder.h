@@ -39,7 +39,7 @@ public:
     void setEnabled(const std::optional<std::string>& deviceID, bool on,
                     std::function<void(Result<void>)> done = nullptr);
     bool enabled() const { return m_enabled; }
-    bool running() const { return m_running; }
+    bool running() const;
 
     // Starts "camera.mov" in `directory` (removing an old one and its timing), opening the
     // camera first when it is not running. A failure, now or later while recording, reaches
@@ -70,10 +70,11 @@ private:
              std::function<void(Result<void>)> opened);
     void finishFile(Session& session, CameraStream& stream);
     void report(const std::string& reason);
+    // A run is under way and not asked to stop.
+    bool live() const;
 
     TaskQueue& m_main;
     bool m_enabled = false;
-    std::atomic<bool> m_running{false};
     std::shared_ptr<Session> m_session;  // the camera's current run
     std::shared_ptr<bool> m_alive = std::make_shared<bool>(true);
 

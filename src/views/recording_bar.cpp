@@ -7,6 +7,7 @@
 #include <QStyle>
 #include <QVBoxLayout>
 
+#include "camera_control.h"
 #include "source_list.h"
 #include "source_picker.h"
 #include "source_preview.h"
@@ -87,6 +88,8 @@ RecordingBar::RecordingBar(app::StudioModel& studio, QWidget* parent)
     clock.setWeight(QFont::DemiBold);
     clock.setStyleHint(QFont::Monospace);
     m_elapsed->setFont(clock);
+    m_camera = new CameraControl(studio, this);
+    m_cameraBubble = new CameraBubble(studio, this);
     m_recordButton = new QPushButton(this);
     m_recordButton->setObjectName("recordButton");
     m_recordButton->setStyleSheet(kRecordStyle);
@@ -108,6 +111,8 @@ RecordingBar::RecordingBar(app::StudioModel& studio, QWidget* parent)
     layout->addLayout(source, 1);
     layout->addStretch(0);
     layout->addWidget(m_elapsed);
+    layout->addWidget(m_cameraBubble);
+    layout->addWidget(m_camera);
     layout->addWidget(m_recordButton);
 
     m_changed = m_studio.changed.connect([this] { sync(); });
@@ -201,6 +206,8 @@ void RecordingBar::sync() {
     }
     m_preview->follow();
     m_preview->update();
+    m_camera->sync();
+    m_cameraBubble->follow();
 }
 
 void RecordingBar::paintEvent(QPaintEvent*) {

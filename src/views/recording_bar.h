@@ -13,10 +13,13 @@ class QPushButton;
 namespace quillo::views {
 
 class SourcePreview;
+class CameraBubble;
+class CameraControl;
 
 // The strip above the studio's tabs that records: a live picture of the chosen source, the
 // source's button (it opens the picker), the elapsed time while recording and the Record
-// button, which follows the recording's state (Record, Cancel Countdown, Stop, Saving…).
+// button, which follows the recording's state (Record, Cancel Countdown, Stop, Saving…), with
+// the camera's switch and, while it runs, its live picture.
 class RecordingBar : public QWidget {
     Q_OBJECT
 
@@ -31,6 +34,8 @@ public:
     void openPicker();
     SourcePicker* picker() const { return m_picker; }
     SourcePreview& preview() const { return *m_preview; }
+    CameraControl& cameraControl() const { return *m_camera; }
+    CameraBubble& cameraBubble() const { return *m_cameraBubble; }
 
 protected:
     void paintEvent(QPaintEvent* event) override;
@@ -45,6 +50,8 @@ private:
     QPushButton* m_sourceButton;
     QLabel* m_sourceDetail;
     QLabel* m_elapsed;
+    CameraControl* m_camera;
+    CameraBubble* m_cameraBubble;
     QPushButton* m_recordButton;
     QPointer<SourcePicker> m_picker;
     int m_changed = 0;

@@ -62,6 +62,7 @@ int runStudio(int argc, char** argv, const char* version) {
         window.show();
         int front = studio.frontRequested.connect([&window] { window.showStudio(); });
         runtime.enableGlobalShortcut();
+        runtime.enableCameraPreview();
         RecordingTray tray(studio,
                            {.chooseSource = [&studio](bool window) { studio.choose(window); },
                             .openSettings = [&window] { window.openSettings(); },
