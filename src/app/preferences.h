@@ -96,6 +96,8 @@ inline const PreferenceKey<OptionalText> assistantEffort{"assistantEffort", std:
 inline const PreferenceKey<bool> assistantWrites{"assistantWrites", true};
 inline const PreferenceKey<OptionalText> claudeModel{"claudeModel", std::nullopt};
 inline const PreferenceKey<OptionalText> claudeEffort{"claudeEffort", std::nullopt};
+// The codex command chosen in Settings; none: found automatically.
+inline const PreferenceKey<OptionalText> codexPath{"codexPath", std::nullopt};
 // Held by the studio model.
 inline const PreferenceKey<bool> systemAudio{"systemAudio", true};
 inline const PreferenceKey<bool> microphone{"microphone", false};
