@@ -45,6 +45,20 @@ CameraOverlay::CameraOverlay(const project::CameraStyle& style, const Rect& area
         std::min(style.radius({0, 0, static_cast<double>(m_width), static_cast<double>(m_height)}),
                  std::min(m_width, m_height) / 2.0);
     m_mask = roundedCoverage(m_width, m_height, 0, 0, m_width, m_height, radius);
+    // Each row's run of full coverage (a convex shape has one), copied without blending.
+    m_inside.resize(static_cast<size_t>(m_height));
+    for (int y = 0; y < m_height; ++y) {
+        const uint8_t* row = m_mask.data() + static_cast<size_t>(y) * m_width;
+        int begin = 0;
+        while (begin < m_width && row[begin] != 255) {
+            ++begin;
+        }
+        int end = begin;
+        while (end < m_width && row[end] == 255) {
+            ++end;
+        }
+        m_inside[static_cast<size_t>(y)] = {begin, end};
+    }
     if (style.shadow) {
         // A soft shadow a little below the camera: sigma 6 % of its shorter side, at 45 %.
         const double sigma = std::max(2.0, 0.06 * std::min(m_width, m_height));
@@ -81,18 +95,11 @@ CameraOverlay::CameraOverlay(const project::CameraStyle& style, const Rect& area
     }
 }
 
-CameraOverlay::Area CameraOverlay::area() const {
-    int left = m_x, top = m_y, right = m_x + m_width, bottom = m_y + m_height;
-    if (!m_shadow.empty()) {
-        left = std::min(left, m_shadowX);
-        top = std::min(top, m_shadowY);
-        right = std::max(right, m_shadowX + m_shadowWidth);
-        bottom = std::max(bottom, m_shadowY + m_shadowHeight);
-    }
-    left = std::max(left, 0);
-    top = std::max(top, 0);
-    right = std::min(right, m_outputWidth);
-    bottom = std::min(bottom, m_outputHeight);
+CameraOverlay::Area CameraOverlay::pictureArea() const {
+    const int left = std::max(m_x, 0);
+    const int top = std::max(m_y, 0);
+    const int right = std::min(m_x + m_width, m_outputWidth);
+    const int bottom = std::min(m_y + m_height, m_outputHeight);
     return {left, top, std::max(0, right - left), std::max(0, bottom - top)};
 }
 
@@ -105,8 +112,9 @@ Size CameraOverlay::readSize(Size camera) const {
     return {even(camera.width * scale), even(camera.height * scale)};
 }
 
-void CameraOverlay::draw(const ImageView& camera, const ImageView& out) const {
-    // The shadow first: darken what lies beneath.
+void CameraOverlay::drawShadow(const ImageView& out) const {
+    // Darkens what lies beneath the camera; kept apart from the picture, so that frames where
+    // only the camera moves don't darken again.
     for (int y = 0; y < m_shadowHeight && !m_shadow.empty(); ++y) {
         const uint8_t* a = m_shadow.data() + static_cast<size_t>(y) * m_shadowWidth;
         uint8_t* p = out.pixel(m_shadowX, m_shadowY + y);
@@ -121,6 +129,14 @@ void CameraOverlay::draw(const ImageView& camera, const ImageView& out) const {
             }
         }
     }
+}
+
+void CameraOverlay::draw(const ImageView& camera, const ImageView& out) const {
+    drawShadow(out);
+    drawPicture(camera, out);
+}
+
+void CameraOverlay::drawPicture(const ImageView& camera, const ImageView& out) const {
     if (camera.empty()) {
         return;
     }
@@ -136,34 +152,54 @@ void CameraOverlay::draw(const ImageView& camera, const ImageView& out) const {
     }
     const int cx = (camera.width - cw) / 2;
     const int cy = (camera.height - ch) / 2;
-    Image scaled(m_width, m_height);
-    libyuv::ARGBScale(camera.pixel(cx, cy), camera.stride, cw, ch, scaled.pixels.data(),
-                      scaled.stride(), m_width, m_height, libyuv::kFilterBilinear);
-    // Blended through the mask, read right to left when mirrored; parts outside the frame are
-    // left out.
+    // Footage read at readSize() needs no scaling, only the crop.
+    ImageView picture{camera.pixel(cx, cy), m_width, m_height, camera.stride};
+    if (cw != m_width || ch != m_height) {
+        thread_local Image scaled;
+        if (scaled.width != m_width || scaled.height != m_height) {
+            scaled = Image(m_width, m_height);
+        }
+        libyuv::ARGBScale(camera.pixel(cx, cy), camera.stride, cw, ch, scaled.pixels.data(),
+                          scaled.stride(), m_width, m_height, libyuv::kFilterBilinear);
+        picture = scaled.view();
+    }
+    // Blended through the mask at its edges and copied inside, read right to left when
+    // mirrored; parts outside the frame are left out.
     const int x0 = std::max(0, -m_x);
     const int x1 = std::min(m_width, out.width - m_x);
     const int y0 = std::max(0, -m_y);
     const int y1 = std::min(m_height, out.height - m_y);
     for (int y = y0; y < y1; ++y) {
         const uint8_t* coverage = m_mask.data() + static_cast<size_t>(y) * m_width;
-        const uint8_t* from = scaled.view().row(y);
+        const uint8_t* from = picture.row(y);
         uint8_t* to = out.pixel(m_x, m_y + y);
-        for (int x = x0; x < x1; ++x) {
-            const int a = coverage[x];
-            if (a == 0) {
-                continue;
+        const Span& inside = m_inside[static_cast<size_t>(y)];
+        auto blend = [&](int from0, int to0) {
+            for (int x = from0; x < to0; ++x) {
+                const int a = coverage[x];
+                if (a == 0) {
+                    continue;
+                }
+                const uint8_t* s = from + (m_mirror ? m_width - 1 - x : x) * 4;
+                uint8_t* d = to + x * 4;
+                for (int c = 0; c < 4; ++c) {
+                    d[c] = static_cast<uint8_t>((s[c] * a + d[c] * (255 - a) + 127) / 255);
+                }
             }
-            const uint8_t* s = from + (m_mirror ? m_width - 1 - x : x) * 4;
-            uint8_t* d = to + x * 4;
-            if (a == 255) {
-                std::memcpy(d, s, 4);
-                continue;
+        };
+        const int begin = std::clamp(inside.begin, x0, x1);
+        const int end = std::clamp(inside.end, begin, x1);
+        blend(x0, begin);
+        if (m_mirror) {
+            const uint32_t* s = reinterpret_cast<const uint32_t*>(from);
+            uint32_t* d = reinterpret_cast<uint32_t*>(to);
+            for (int x = begin; x < end; ++x) {
+                d[x] = s[m_width - 1 - x];
             }
-            for (int c = 0; c < 4; ++c) {
-                d[c] = static_cast<uint8_t>((s[c] * a + d[c] * (255 - a) + 127) / 255);
-            }
+        } else if (end > begin) {
+            std::memcpy(to + begin * 4, from + begin * 4, static_cast<size_t>(end - begin) * 4);
         }
+        blend(end, x1);
     }
 }
 

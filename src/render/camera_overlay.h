@@ -24,18 +24,22 @@ public:
     int width() const { return m_width; }
     int height() const { return m_height; }
 
-    // Every pixel draw() may change (the camera and its shadow), clipped to the frame.
+    // Every pixel drawPicture() may change, clipped to the frame.
     struct Area {
         int x = 0, y = 0, width = 0, height = 0;
     };
-    Area area() const;
+    Area pictureArea() const;
 
     // The smallest picture size (even sides) that covers the rectangle when `camera` pixels are
     // scaled to fill it: reading the footage at this size saves scaling work.
     Size readSize(Size camera) const;
 
-    // Draws `camera` (any size, premultiplied BGRA) into `out`.
+    // Draws the shadow and then `camera` (any size, premultiplied BGRA) into `out`.
     void draw(const ImageView& camera, const ImageView& out) const;
+    // The two halves of draw(): the shadow, which doesn't depend on the camera's picture, and
+    // the picture over it.
+    void drawShadow(const ImageView& out) const;
+    void drawPicture(const ImageView& camera, const ImageView& out) const;
 
 private:
     void prepareShadow(int outputWidth, int outputHeight);
@@ -44,6 +48,10 @@ private:
     int m_outputWidth = 0, m_outputHeight = 0;
     int m_x = 0, m_y = 0, m_width = 0, m_height = 0;
     std::vector<uint8_t> m_mask;  // coverage over the rectangle, 255 inside
+    struct Span {
+        int begin = 0, end = 0;
+    };
+    std::vector<Span> m_inside;  // per row of the mask: the columns fully covered
     // The shadow's darkness (0–255) over its own rectangle, clipped to the frame.
     std::vector<uint8_t> m_shadow;
     int m_shadowX = 0, m_shadowY = 0, m_shadowWidth = 0, m_shadowHeight = 0;

@@ -331,13 +331,18 @@ void FrameRenderer::renderScreen(const ImageView& screen, const Moment& moment,
     if (p.width > 0 && p.height > 0) {
         drawScreen(screen, v, t, out);
     }
+    // The camera's shadow belongs to what lies beneath it: frames where only the camera moves
+    // then redraw just the camera's own rectangle.
+    if (m_camera) {
+        m_camera->drawShadow(out);
+    }
 }
 
 void FrameRenderer::finish(const ImageView& camera, const Moment& moment,
                            const ImageView& out) const {
     // The camera over the framed screen, never zoomed; captions stay on top.
     if (m_camera) {
-        m_camera->draw(camera, out);
+        m_camera->drawPicture(camera, out);
     }
     if (m_captions) {
         m_captions->draw(out, moment.view.mapping, moment.t);
@@ -348,7 +353,7 @@ std::optional<PixelRect> FrameRenderer::cameraArea() const {
     if (m_captions || !m_camera) {
         return std::nullopt;
     }
-    const CameraOverlay::Area area = m_camera->area();
+    const CameraOverlay::Area area = m_camera->pictureArea();
     return PixelRect{area.x, area.y, area.width, area.height};
 }
 
