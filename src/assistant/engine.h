@@ -27,14 +27,16 @@ struct ModelChoice {
 struct EngineEvent {
     enum class Kind {
         Status,        // `text`: the status line ("Starting Claude Code…"); empty once ready
-        SessionId,     // `text`: the CLI's session or thread id, saved for resuming later
+        SessionId,     // `text`: the CLI's session or thread id, saved for resuming later;
+                       // empty: the saved one is gone (forget it)
         Models,        // `models`: the model menu, with the efforts each model accepts
         TextDelta,     // `text` appended to the assistant message `id` being streamed
         StepStarted,   // a tool step `id` named `name` (shown name, prefixes removed), `input`
         StepFinished,  // the step `id` ended; `failed` when the tool reported an error
         Note,          // `text`: a warning note in the chat ("Quillo's tools didn't load…")
         TurnEnded,     // the turn is over; `failed` with the errors in `text`, or "Stopped."
-        Exited,        // the CLI ended by itself; `text` is the chat's message about it
+        Exited,        // the CLI ended by itself (ending any turn under way); `text` is the
+                       // chat's message about it
     };
     Kind kind = Kind::Status;
     std::string text;
