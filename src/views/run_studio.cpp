@@ -10,6 +10,7 @@
 #include <QIcon>
 
 #include "app/app_runtime.h"
+#include "app/assistant_runtime.h"
 #include "base/paths.h"
 #include "qt_main_queue.h"
 #include "recording_overlays.h"
@@ -58,7 +59,10 @@ int runStudio(int argc, char** argv, const char* version) {
         }
         std::cout << std::flush;
 
-        StudioWindow window(studio);
+        // The assistant goes after the window that shows it, ending its agent CLIs before the
+        // process exits.
+        app::AssistantRuntime assistant(runtime.preferences(), mainQueue);
+        StudioWindow window(studio, &assistant.model());
         window.show();
         int front = studio.frontRequested.connect([&window] { window.showStudio(); });
         runtime.enableGlobalShortcut();

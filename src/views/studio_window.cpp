@@ -13,6 +13,7 @@
 #include <QVBoxLayout>
 
 #include "app/record_shortcut.h"
+#include "assistant_pane.h"
 #include "editor_view.h"
 #include "library_view.h"
 #include "recording_bar.h"
@@ -20,7 +21,8 @@
 
 namespace quillo::views {
 
-StudioWindow::StudioWindow(app::StudioModel& studio, QWidget* parent)
+StudioWindow::StudioWindow(app::StudioModel& studio, assistant::AssistantModel* assistant,
+                           QWidget* parent)
     : QMainWindow(parent), m_studio(studio) {
     setWindowTitle("Quillo");
     setAccessibleName("Quillo");
@@ -37,13 +39,26 @@ StudioWindow::StudioWindow(app::StudioModel& studio, QWidget* parent)
     m_tabs->tabBar()->setTabButton(0, QTabBar::RightSide, nullptr);
     m_tabs->tabBar()->setTabButton(0, QTabBar::LeftSide, nullptr);
     m_bar = new RecordingBar(studio, this);
-    auto* central = new QWidget(this);
-    auto* layout = new QVBoxLayout(central);
+    auto* editing = new QWidget(this);
+    auto* layout = new QVBoxLayout(editing);
     layout->setContentsMargins(0, 0, 0, 0);
     layout->setSpacing(0);
     layout->addWidget(m_bar);
     layout->addWidget(m_tabs, 1);
-    setCentralWidget(central);
+    // The assistant's pane runs the window's full height beside the recording bar and the tabs.
+    m_split = new QSplitter(Qt::Horizontal, this);
+    m_split->setChildrenCollapsible(false);
+    m_split->addWidget(editing);
+    if (assistant) {
+        m_assistantPane = new AssistantPane(*assistant, m_split);
+        m_assistantPane->setMinimumWidth(300);
+        m_assistantPane->hide();
+        m_split->addWidget(m_assistantPane);
+        m_split->setStretchFactor(0, 1);
+        m_split->setStretchFactor(1, 0);
+        m_split->setSizes({width() - 380, 380});
+    }
+    setCentralWidget(m_split);
 
     m_status = new QLabel(this);
     m_status->setAccessibleName(tr("Status"));
@@ -78,8 +93,12 @@ StudioWindow::StudioWindow(app::StudioModel& studio, QWidget* parent)
         showStatus();
         followRecording();
     });
-    m_preferencesObserver = m_studio.preferences().addObserver([this] { followRecording(); });
+    m_preferencesObserver = m_studio.preferences().addObserver([this] {
+        followRecording();
+        followAssistantSetting();
+    });
     followRecording();
+    followAssistantSetting();
     syncTabs();
     showStatus();
 }
@@ -141,6 +160,19 @@ void StudioWindow::buildMenus() {
     m_delete = edit->addAction(tr("&Delete Selection"), this, [this] {
         if (auto* view = currentEditor()) {
             view->session().removeSelection();
+        }
+    });
+
+    QMenu* view = menuBar()->addMenu(tr("&View"));
+    m_assistantAction = view->addAction(tr("&Assistant"));
+    m_assistantAction->setCheckable(true);
+    m_assistantAction->setShortcut(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_A));
+    m_assistantAction->setEnabled(m_assistantPane != nullptr);
+    connect(m_assistantAction, &QAction::triggered, this, [this](bool open) {
+        (void)m_studio.preferences().set(app::prefs::assistantOpen, open);
+        followAssistantSetting();
+        if (open) {
+            m_assistantPane->focusComposer();
         }
     });
 
@@ -238,6 +270,15 @@ void StudioWindow::followRecording() {
     if (recordAction()->shortcut() != keys) {
         recordAction()->setShortcut(keys);
     }
+}
+
+void StudioWindow::followAssistantSetting() {
+    if (!m_assistantPane) {
+        return;
+    }
+    const bool open = m_studio.preferences().get(app::prefs::assistantOpen);
+    m_assistantPane->setVisible(open);
+    m_assistantAction->setChecked(open);
 }
 
 void StudioWindow::showStatus() {
