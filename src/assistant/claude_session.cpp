@@ -90,15 +90,14 @@ Result<void> ClaudeSession::say(const std::string& text) {
     std::lock_guard lock(m_mutex);
     Result<void> written = sendLocked(turn);
     if (written) {
-        m_busy = true;
-        m_interrupted = false;
+        ++m_turns;
     }
     return written;
 }
 
 void ClaudeSession::interrupt() {
     std::lock_guard lock(m_mutex);
-    if (!m_running || !m_busy || m_interrupted) {
+    if (!m_running || m_turns == 0 || m_interrupted) {
         return;
     }
     m_interrupted = true;
@@ -112,7 +111,7 @@ void ClaudeSession::end() {
         std::lock_guard lock(m_mutex);
         ++m_generation;  // what the old process still reports is no news
         m_running = false;
-        m_busy = false;
+        m_turns = 0;
         child = std::move(m_child);
         poller = std::move(m_poller);
         m_wake.notify_all();
@@ -133,7 +132,7 @@ bool ClaudeSession::running() const {
 
 bool ClaudeSession::busy() const {
     std::lock_guard lock(m_mutex);
-    return m_busy;
+    return m_turns > 0;
 }
 
 std::optional<std::string> ClaudeSession::sessionId() const {
@@ -161,7 +160,7 @@ Result<void> ClaudeSession::startLocked() {
     }
     m_child = std::move(started).value();
     m_running = true;
-    m_busy = false;
+    m_turns = 0;
     m_interrupted = false;
     m_toolsResolved = false;
     m_tools = {ToolsState::Pending, "pending", {}};
@@ -258,7 +257,7 @@ void ClaudeSession::onLine(unsigned generation, const std::string& line) {
             bool gone =
                 ended != events.end() && ended->text.find(kSessionGone) != std::string::npos;
             // A result without a turn: the CLI gave up at start; its exit tells the chat.
-            if (ended != events.end() && !m_busy) {
+            if (ended != events.end() && m_turns == 0) {
                 events.erase(ended);
             }
             // The session to resume isn't there anymore: starting again begins a new one.
@@ -268,7 +267,7 @@ void ClaudeSession::onLine(unsigned generation, const std::string& line) {
             }
         }
         if (decoded.turnEnded) {
-            m_busy = false;
+            m_turns = std::max(0, m_turns - 1);
             m_interrupted = false;
         }
     }
@@ -300,7 +299,7 @@ void ClaudeSession::onExit(unsigned generation, int status, const std::string& e
             return;
         }
         m_running = false;
-        m_busy = false;
+        m_turns = 0;
         m_interrupted = false;
         m_wake.notify_all();
         events = m_decoder.abandonSteps();

@@ -66,7 +66,7 @@ private:
     std::thread m_poller;
     unsigned m_generation = 0;  // one per start; reports of earlier processes are ignored
     bool m_running = false;
-    bool m_busy = false;
+    int m_turns = 0;  // turns written and not yet ended (the CLI queues a turn sent meanwhile)
     bool m_interrupted = false;
     bool m_ending = false;         // end() was asked: the exit is no news
     bool m_toolsResolved = false;  // connected, or the note was given
