@@ -51,7 +51,30 @@ struct MovieReader::Impl {
     double lastRequest = -1;
 
     ScalerPtr scaler;
-    std::vector<uint8_t> small;  // 4:2:0 planes scaled down before conversion
+    // 4:2:0 planes scaled down before conversion: halvings and the final size.
+    std::vector<uint8_t> halfA, halfB, small;
+
+    struct Planes {
+        const uint8_t* data[3];
+        int stride[3];
+        int width, height;
+    };
+    // `from` box-scaled to width × height into `buffer`.
+    static Planes scaled(const Planes& from, int width, int height, std::vector<uint8_t>& buffer) {
+        const int cw = (width + 1) / 2;
+        const int ch = (height + 1) / 2;
+        buffer.resize(static_cast<size_t>(width) * height + 2 * static_cast<size_t>(cw) * ch);
+        uint8_t* y = buffer.data();
+        uint8_t* u = y + static_cast<size_t>(width) * height;
+        uint8_t* v = u + static_cast<size_t>(cw) * ch;
+        libyuv::I420Scale(from.data[0], from.stride[0], from.data[1], from.stride[1], from.data[2],
+                          from.stride[2], from.width, from.height, y, width, u, cw, v, cw, width,
+                          height, libyuv::kFilterBox);
+        return {{y, u, v}, {width, cw, cw}, width, height};
+    }
+    static Planes halve(const Planes& from, std::vector<uint8_t>& buffer) {
+        return scaled(from, from.width / 2, from.height / 2, buffer);
+    }
     // The 4:2:0 planes last converted into `lastTarget`, to notice frames that repeat.
     std::vector<uint8_t> lastPlanes;
     const VideoFrame* lastTarget = nullptr;
@@ -189,20 +212,20 @@ struct MovieReader::Impl {
         lastTarget = nullptr;
         if (format.pixelFormat == PixelFormat::BGRA && matrix != nullptr && width <= frame->width &&
             height <= frame->height) {
-            // Smaller 4:2:0 pictures: box-filtered in 4:2:0 first, then converted at the small
-            // size, a fraction of the general scaler's work for the same averaging.
-            const int cw = (width + 1) / 2;
-            const int ch = (height + 1) / 2;
-            small.resize(static_cast<size_t>(width) * height + 2 * static_cast<size_t>(cw) * ch);
-            uint8_t* y = small.data();
-            uint8_t* u = y + static_cast<size_t>(width) * height;
-            uint8_t* v = u + static_cast<size_t>(cw) * ch;
-            libyuv::I420Scale(frame->data[0], frame->linesize[0], frame->data[1],
-                              frame->linesize[1], frame->data[2], frame->linesize[2], frame->width,
-                              frame->height, y, width, u, cw, v, cw, width, height,
-                              libyuv::kFilterBox);
-            libyuv::I420ToARGBMatrix(y, width, u, cw, v, cw, out.pixels.data(), out.stride, matrix,
-                                     width, height);
+            // Smaller 4:2:0 pictures: box-filtered in 4:2:0 first, halving while the picture is
+            // at least twice the size (the quick exact case), then converted at the small size:
+            // a fraction of the general scaler's work for the same averaging.
+            Planes from{{frame->data[0], frame->data[1], frame->data[2]},
+                        {frame->linesize[0], frame->linesize[1], frame->linesize[2]},
+                        frame->width,
+                        frame->height};
+            for (int step = 0; from.width >= 2 * width && from.height >= 2 * height; ++step) {
+                from = halve(from, step % 2 == 0 ? halfA : halfB);
+            }
+            Planes to = scaled(from, width, height, small);
+            libyuv::I420ToARGBMatrix(to.data[0], to.stride[0], to.data[1], to.stride[1], to.data[2],
+                                     to.stride[2], out.pixels.data(), out.stride, matrix, width,
+                                     height);
             return {};
         }
         // Area averaging keeps small pictures faithful to the whole frame (no aliasing), which
@@ -252,7 +275,11 @@ Result<std::unique_ptr<MovieReader>> MovieReader::open(const fs::path& file, Dec
         c->skip_frame = AVDISCARD_NONREF;
         c->flags2 |= AV_CODEC_FLAG2_FAST;
     };
-    auto decoder = openDecoder(file, impl->stream, mode == DecodeMode::Fast ? +fast : nullptr);
+    auto single = [](AVCodecContext* c) { c->thread_count = 1; };
+    auto decoder = openDecoder(file, impl->stream,
+                               mode == DecodeMode::Fast        ? +fast
+                               : mode == DecodeMode::OneThread ? +single
+                                                               : nullptr);
     if (!decoder) {
         return decoder.error();
     }

@@ -19,7 +19,9 @@ enum class PixelFormat {
 // How a reader decodes. Exact gives every frame as encoded. Fast lets the decoder skip the
 // deblocking filter and frames that no other frame refers to, for analyses that look at small
 // scaled pictures a few times a second: a request may then get the nearest earlier decoded frame.
-enum class DecodeMode { Exact, Fast };
+// OneThread is Exact on the calling thread alone, for readers that already run beside other work
+// on a thread of their own (the decoder's own threads would only add their overhead).
+enum class DecodeMode { Exact, Fast, OneThread };
 
 // The size and pixel format a frame is delivered in. A zero side follows the other one with the
 // movie's shape (rounded to even); both zero is the movie's own size.

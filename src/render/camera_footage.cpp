@@ -33,7 +33,7 @@ Result<std::optional<CameraFootage>> CameraFootage::load(const fs::path& folder)
 }
 
 Result<std::unique_ptr<CameraFeed>> CameraFeed::open(const CameraFootage& footage, Size size) {
-    auto reader = media::MovieReader::open(footage.movie);
+    auto reader = media::MovieReader::open(footage.movie, media::DecodeMode::OneThread);
     if (!reader) {
         return reader.error();
     }
