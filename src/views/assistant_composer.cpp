@@ -10,11 +10,9 @@ ComposerField::ComposerField(QWidget* parent) : QPlainTextEdit(parent) {
     setAccessibleDescription(tr("Enter sends, Shift+Enter starts a new line"));
     setPlaceholderText(tr("Message the assistant…"));
     setTabChangesFocus(true);
-    // About three lines; longer messages scroll.
-    const int line = fontMetrics().lineSpacing();
-    setMinimumHeight(line * 2 + 16);
-    setMaximumHeight(line * 6 + 16);
-    setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Preferred);
+    // Three lines; longer messages scroll.
+    setFixedHeight(fontMetrics().lineSpacing() * 3 + 2 * (frameWidth() + 4));
+    setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Fixed);
 }
 
 void ComposerField::keyPressEvent(QKeyEvent* event) {

@@ -31,13 +31,22 @@ AssistantTranscript::AssistantTranscript(QWidget* parent) : QTextBrowser(parent)
     setTextInteractionFlags(Qt::TextBrowserInteraction | Qt::TextSelectableByKeyboard);
     setPlaceholderText(tr("Ask the assistant to record a demo, edit a recording or export it."));
     document()->setDocumentMargin(10);
+    QScrollBar* bar = verticalScrollBar();
+    connect(bar, &QScrollBar::rangeChanged, this, [this, bar](int, int maximum) {
+        if (m_followBottom) {
+            bar->setValue(maximum);
+        }
+    });
+    connect(bar, &QScrollBar::valueChanged, this,
+            [this, bar](int value) { m_followBottom = value >= bar->maximum() - 4; });
 }
 
 void AssistantTranscript::showConversation(const assistant::Conversation* conversation) {
     const std::string id = conversation ? conversation->id : std::string();
-    QScrollBar* bar = verticalScrollBar();
-    const bool atBottom = id != m_id || bar->value() >= bar->maximum() - 4;
     if (id != m_id || (conversation && conversation->engine != m_engine)) {
+        if (id != m_id) {
+            m_followBottom = true;
+        }
         m_id = id;
         m_engine = conversation ? conversation->engine : assistant::EngineKind::Codex;
         m_shown.clear();
@@ -65,8 +74,8 @@ void AssistantTranscript::showConversation(const assistant::Conversation* conver
     for (size_t i = same; i < messages.size(); ++i) {
         append(messages[i], i > 0 ? &messages[i - 1] : nullptr);
     }
-    if (atBottom) {
-        bar->setValue(bar->maximum());
+    if (m_followBottom) {
+        verticalScrollBar()->setValue(verticalScrollBar()->maximum());
     }
 }
 

@@ -33,6 +33,9 @@ private:
     assistant::EngineKind m_engine = assistant::EngineKind::Codex;
     std::vector<assistant::ChatMessage> m_shown;
     std::vector<int> m_starts;  // where each shown message begins in the document
+    // The view follows new text while it is scrolled to the bottom. The document is laid out
+    // after it changes, so this is kept across changes rather than read at each one.
+    bool m_followBottom = true;
 };
 
 // The shell command in a missing-CLI message ("Install it (…)"), to show on a line of its own;

@@ -4,11 +4,13 @@
 
 #include "views/assistant_pane.h"
 
+#include <QApplication>
 #include <QComboBox>
 #include <QLabel>
 #include <QListWidget>
 #include <QPlainTextEdit>
 #include <QPushButton>
+#include <QScrollBar>
 #include <QTest>
 #include <QTextBlock>
 #include <QToolButton>
@@ -238,6 +240,58 @@ TEST_F(AssistantPaneTest, AMissingCliIsAnErrorWithItsInstallCommandOnALine) {
               "curl -fsSL https://claude.ai/install.sh | bash");
     EXPECT_EQ(installCommand("Claude Code stopped: it was killed."), "");
     EXPECT_EQ(installCommand("Install it (unfinished"), "");
+}
+
+TEST_F(AssistantPaneTest, TheTranscriptFollowsNewTextUnlessScrolledUp) {
+    open();
+    sendAndStart("write a long answer");
+    auto* view = named<AssistantTranscript>(*pane, "Conversation");
+    QScrollBar* bar = view->verticalScrollBar();
+    for (int i = 0; i < 60; ++i) {
+        log.report(Kind::TextDelta, "line " + std::to_string(i) + "\n\n", "m1");
+        queue.runPending();
+        QCoreApplication::processEvents();
+    }
+    ASSERT_GT(bar->maximum(), 0);
+    EXPECT_EQ(bar->value(), bar->maximum());
+    bar->setValue(0);
+    log.report(Kind::TextDelta, "more", "m1");
+    queue.runPending();
+    QCoreApplication::processEvents();
+    EXPECT_EQ(bar->value(), 0);
+}
+
+// Lays the transcript out again in a dark palette, and writes pictures of the pane in light and
+// dark to $QUILLO_VIEWS_SHOTS for a person to look at.
+TEST_F(AssistantPaneTest, ColoursFollowTheLightOrDarkPalette) {
+    cli.reset();
+    open();
+    sendAndStart("hello");
+    const QPalette light = QApplication::palette();
+    QPalette dark;
+    dark.setColor(QPalette::Window, QColor(0x24, 0x24, 0x27));
+    dark.setColor(QPalette::WindowText, QColor(0xed, 0xed, 0xef));
+    dark.setColor(QPalette::Base, QColor(0x1b, 0x1b, 0x1e));
+    dark.setColor(QPalette::Text, QColor(0xed, 0xed, 0xef));
+    dark.setColor(QPalette::PlaceholderText, QColor(0x9a, 0x9a, 0xa2));
+    dark.setColor(QPalette::Button, QColor(0x34, 0x34, 0x38));
+    dark.setColor(QPalette::ButtonText, QColor(0xed, 0xed, 0xef));
+    dark.setColor(QPalette::Highlight, QColor(0x35, 0x84, 0xe4));
+    const QString folder = qEnvironmentVariable("QUILLO_VIEWS_SHOTS");
+    const QString message = QString::fromUtf8(assistant::kCodexMissing.data(),
+                                              static_cast<int>(assistant::kCodexMissing.size()));
+    for (const auto& [name, palette] :
+         {std::pair{QStringLiteral("light"), light}, std::pair{QStringLiteral("dark"), dark}}) {
+        QApplication::setPalette(palette);
+        QCoreApplication::processEvents();
+        EXPECT_EQ(block(message).begin().fragment().charFormat().foreground().color(),
+                  transcriptColours(pane->palette()).error)
+            << name.toStdString();
+        if (!folder.isEmpty()) {
+            pane->grab().save(folder + "/assistant-pane-" + name + ".png");
+        }
+    }
+    QApplication::setPalette(light);
 }
 
 // --- the conversations
