@@ -26,6 +26,7 @@ class SettingsBinder : public QObject {
 
 public:
     explicit SettingsBinder(app::Preferences& preferences, QObject* parent = nullptr);
+    app::Preferences& preferences() { return m_preferences; }
 
     QCheckBox* check(const app::PreferenceKey<bool>& key, const QString& text);
     // An integer with a unit ("fps", "characters").

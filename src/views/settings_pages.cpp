@@ -15,6 +15,7 @@
 
 #include "base/paths.h"
 #include "captions/caption_transcriber.h"
+#include "codex_choice.h"
 #include "settings_binder.h"
 
 namespace quillo::views {
@@ -390,6 +391,7 @@ SettingsPage* assistantPage(SettingsBinder& binder) {
                                                         {QObject::tr("Low"), "low"},
                                                         {QObject::tr("Medium"), "medium"},
                                                         {QObject::tr("High"), "high"}};
+    page->row(QObject::tr("Codex:"), new CodexChoice(binder.preferences()));
     page->row(
         QObject::tr("Codex model:"),
         binder.text(prefs::assistantModel, QObject::tr("Default"), QObject::tr("Codex model")));

@@ -2,6 +2,7 @@
 // the open window without being written back, and a failed write is shown.
 
 #include <filesystem>
+#include <fstream>
 
 #include <QCheckBox>
 #include <QComboBox>
@@ -14,6 +15,7 @@
 #include <QTest>
 #include <gtest/gtest.h>
 
+#include "views/codex_choice.h"
 #include "views/settings_binder.h"
 #include "views/settings_dialog.h"
 #include "views_fixture.h"
@@ -124,6 +126,34 @@ TEST_F(SettingsTest, AFailedWriteIsShownAndTheControlKeepsWorking) {
     tray->click();
     EXPECT_FALSE(error->isVisible());
     EXPECT_FALSE(preferences->get(prefs::showMenuBarIcon));
+}
+
+TEST_F(SettingsTest, TheCodexChoiceTakesACodexFileOrItsFolderAndRefusesTheRest) {
+    SettingsDialog dialog(*preferences);
+    auto* codex = control<CodexChoice>(dialog, "Codex command");
+    ASSERT_NE(codex, nullptr);
+    QString problem;
+    codex->refuse = [&](const QString& text, const QString&) { problem = text; };
+
+    const fs::path folder = home / "tools" / "codex-cli";
+    fs::create_directories(folder / "bin");
+    const fs::path program = folder / "bin" / "codex";
+    std::ofstream(program) << "#!/bin/sh\necho codex-cli 0.10.0\n";
+    fs::permissions(program, fs::perms::owner_all);
+    std::ofstream(home / "notes.txt") << "not a program";
+
+    EXPECT_FALSE(codex->choose(QString::fromStdString((home / "notes.txt").string())));
+    EXPECT_EQ(problem, "That isn't a Codex command");
+    EXPECT_FALSE(preferences->get(prefs::codexPath));
+
+    ASSERT_TRUE(codex->choose(QString::fromStdString(folder.string())));
+    EXPECT_EQ(preferences->get(prefs::codexPath), std::optional(program.string()));
+    // The chosen one is shown even before (or without) the look-up listing it.
+    EXPECT_EQ(codex->currentData().toString().toStdString(), program.string());
+
+    codex->setCurrentIndex(0);
+    emit codex->activated(0);
+    EXPECT_FALSE(preferences->get(prefs::codexPath));
 }
 
 TEST_F(SettingsTest, Screenshots) {
