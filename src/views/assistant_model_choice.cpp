@@ -33,16 +33,18 @@ AssistantModelChoice::AssistantModelChoice(QWidget* parent) : QWidget(parent) {
     m_model = new QComboBox(this);
     m_model->setAccessibleName(tr("Model"));
     m_model->setToolTip(tr("Model"));
-    m_model->setSizeAdjustPolicy(QComboBox::AdjustToContents);
-    m_model->setMinimumContentsLength(8);
+    // Long model names are cut rather than pushing the effort out of sight.
+    m_model->setSizeAdjustPolicy(QComboBox::AdjustToMinimumContentsLengthWithIcon);
+    m_model->setMinimumContentsLength(10);
+    m_model->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Fixed);
     m_effort = new QComboBox(this);
     m_effort->setAccessibleName(tr("Effort"));
     m_effort->setToolTip(tr("Effort"));
+    m_effort->setSizeAdjustPolicy(QComboBox::AdjustToContents);
     auto* layout = new QHBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
     layout->addWidget(m_engine);
-    layout->addStretch(1);
-    layout->addWidget(m_model);
+    layout->addWidget(m_model, 1);
     layout->addWidget(m_effort);
     connect(m_model, &QComboBox::activated, this, [this] {
         // Keep the effort when the new model accepts it.
