@@ -13,6 +13,7 @@
 #include "assistant/claude_session.h"
 #include "assistant/claude_texts.h"
 #include "cli_install.h"
+#include "engine_recorder.h"
 #include "headless_quillo.h"
 
 namespace quillo::assistant {
@@ -20,24 +21,7 @@ namespace {
 
 using Kind = EngineEvent::Kind;
 
-struct Recorder {
-    mutable std::mutex mutex;
-    std::vector<EngineEvent> events;
-
-    EngineEvents sink() {
-        return [this](EngineEvent event) {
-            std::lock_guard lock(mutex);
-            events.push_back(std::move(event));
-        };
-    }
-    std::vector<EngineEvent> of(Kind kind) const {
-        std::lock_guard lock(mutex);
-        std::vector<EngineEvent> found;
-        std::copy_if(events.begin(), events.end(), std::back_inserter(found),
-                     [kind](const EngineEvent& event) { return event.kind == kind; });
-        return found;
-    }
-};
+using Recorder = EngineRecorder;
 
 // Node starting the CLI, and Quillo's bridge built with sanitizers, are slow on a busy machine.
 template <class Condition>

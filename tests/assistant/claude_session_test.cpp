@@ -11,6 +11,7 @@
 #include <gtest/gtest.h>
 
 #include "assistant/claude_texts.h"
+#include "engine_recorder.h"
 #include "support/eventually.h"
 #include "support/temp_folder.h"
 
@@ -20,28 +21,7 @@ namespace {
 using Kind = EngineEvent::Kind;
 using testing::eventually;
 
-// Collects what the engine reports.
-struct Recorder {
-    mutable std::mutex mutex;
-    std::vector<EngineEvent> events;
-
-    EngineEvents sink() {
-        return [this](EngineEvent event) {
-            std::lock_guard lock(mutex);
-            events.push_back(std::move(event));
-        };
-    }
-    std::vector<EngineEvent> of(Kind kind) const {
-        std::lock_guard lock(mutex);
-        std::vector<EngineEvent> found;
-        for (const EngineEvent& event : events) {
-            if (event.kind == kind) {
-                found.push_back(event);
-            }
-        }
-        return found;
-    }
-    size_t count(Kind kind) const { return of(kind).size(); }
+struct Recorder : EngineRecorder {
     bool waitFor(Kind kind, size_t n = 1) const {
         return eventually([&] { return count(kind) >= n; });
     }

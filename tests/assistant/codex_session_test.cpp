@@ -12,6 +12,7 @@
 #include <gtest/gtest.h>
 
 #include "assistant/codex_texts.h"
+#include "engine_recorder.h"
 #include "support/eventually.h"
 #include "support/temp_folder.h"
 
@@ -41,24 +42,7 @@ while read -r line; do
 done
 )";
 
-struct Recorder {
-    mutable std::mutex mutex;
-    std::vector<EngineEvent> events;
-
-    EngineEvents sink() {
-        return [this](EngineEvent event) {
-            std::lock_guard lock(mutex);
-            events.push_back(std::move(event));
-        };
-    }
-    std::vector<EngineEvent> of(Kind kind) const {
-        std::lock_guard lock(mutex);
-        std::vector<EngineEvent> found;
-        std::copy_if(events.begin(), events.end(), std::back_inserter(found),
-                     [kind](const EngineEvent& event) { return event.kind == kind; });
-        return found;
-    }
-};
+using Recorder = EngineRecorder;
 
 class CodexSessionTest : public ::testing::Test {
 protected:
