@@ -165,16 +165,29 @@ public:
         if (sameCamera) {
             return &m_out;
         }
-        // The framed screen is kept apart, so that while only the camera moves just its place
-        // is drawn again.
-        if (same) {
-            m_plan.renderer->restoreCameraArea(m_base.view(), m_out.view());
+        // What lies under the camera is kept apart, so that while only the camera moves just
+        // its place is drawn again.
+        const std::optional<PixelRect> place = m_plan.renderer->cameraArea();
+        if (same && place) {
+            copyPixels(m_under.view(), m_out.view(), place->x, place->y);
             if (changed) {
-                *changed = m_plan.renderer->cameraArea();
+                *changed = place;
             }
+        } else if (same) {
+            m_plan.renderer->restoreCameraArea(m_base.view(), m_out.view());
         } else {
-            m_plan.renderer->renderScreen(screen, moment, m_base.view());
-            copyPixels(m_base.view(), m_out.view(), 0, 0);
+            if (place) {
+                // Rendered in place; only the camera's rectangle is kept.
+                m_plan.renderer->renderScreen(screen, moment, m_out.view());
+                if (m_under.width != place->width || m_under.height != place->height) {
+                    m_under = Image(place->width, place->height);
+                }
+                copyPixels(m_out.view().region(place->x, place->y, place->width, place->height),
+                           m_under.view(), 0, 0);
+            } else {
+                m_plan.renderer->renderScreen(screen, moment, m_base.view());
+                copyPixels(m_base.view(), m_out.view(), 0, 0);
+            }
             m_key = std::move(moment.key);
             m_rendered = true;
         }
@@ -190,7 +203,7 @@ private:
           m_reader(std::move(reader)),
           m_camera(std::move(camera)),
           m_out(m_plan.renderer->outputWidth(), m_plan.renderer->outputHeight()) {
-        if (m_camera) {
+        if (m_camera && !m_plan.renderer->cameraArea()) {
             m_base = Image(m_out.width, m_out.height);
         }
     }
@@ -200,7 +213,8 @@ private:
     std::unique_ptr<CameraFeed> m_camera;
     media::VideoFrame m_screen;
     Image m_out;
-    Image m_base;               // m_out without the camera, when there is one
+    Image m_base;               // m_out without the camera, when the camera's place isn't enough
+    Image m_under;              // what lies under the camera's place in m_out, when that is enough
     double m_cameraTime = -1;   // the camera frame m_out shows
     std::vector<double> m_key;  // the state m_out was rendered for
     bool m_rendered = false;

@@ -22,6 +22,8 @@ struct ImageView {
     uint8_t* row(int y) const { return data + static_cast<ptrdiff_t>(y) * stride; }
     uint8_t* pixel(int x, int y) const { return row(y) + static_cast<ptrdiff_t>(x) * 4; }
     bool empty() const { return data == nullptr || width <= 0 || height <= 0; }
+    // The part at (x, y), w × h pixels, of this view (which must contain it).
+    ImageView region(int x, int y, int w, int h) const { return {pixel(x, y), w, h, stride}; }
 };
 
 // An owned picture with tightly packed rows.
