@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "assistant/claude_texts.h"
+#include "assistant/codex_texts.h"
 #include "assistant/conversation.h"
 #include "assistant/conversation_store.h"
 #include "assistant/engine.h"
@@ -17,12 +19,8 @@
 namespace quillo::assistant {
 
 // The missing-CLI messages shown in the chat as errors.
-inline constexpr std::string_view kClaudeMissing =
-    "Couldn't find Claude Code. Install it (curl -fsSL https://claude.ai/install.sh | bash) and "
-    "sign in by running `claude` once, or switch the assistant to Codex in Settings › Assistant.";
-inline constexpr std::string_view kCodexMissing =
-    "Couldn't find Codex. Install it (npm install -g @openai/codex) and sign in by running `codex` "
-    "once, or switch the assistant to Claude Code in Settings › Assistant.";
+inline const std::string kClaudeMissing = claude_texts::notFound();
+inline constexpr std::string_view kCodexMissing = codex_texts::kMissing;
 
 // The user's assistant settings, as the app reads them from its preferences.
 struct AssistantSettings {
