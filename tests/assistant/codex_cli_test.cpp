@@ -17,6 +17,7 @@
 #include "cli_install.h"
 #include "engine_recorder.h"
 #include "headless_quillo.h"
+#include "support/eventually.h"
 
 namespace quillo::assistant {
 namespace {
@@ -28,14 +29,7 @@ using Recorder = EngineRecorder;
 // Node starting the CLI, and Quillo's bridge built with sanitizers, are slow on a busy machine.
 template <class Condition>
 bool within(Condition done, int seconds = 90) {
-    auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
-    while (!done()) {
-        if (std::chrono::steady_clock::now() >= deadline) {
-            return false;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    }
-    return true;
+    return testing::eventually(done, seconds);
 }
 
 // The lines a child writes, gathered for the test.

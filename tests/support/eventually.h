@@ -6,10 +6,10 @@
 namespace quillo::testing {
 
 // What a server or another program does arrives asynchronously: polls `done` every 20 ms for up
-// to five seconds; true once it holds.
+// to `seconds` (five unless said); true once it holds.
 template <class Condition>
-bool eventually(Condition done) {
-    auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+bool eventually(Condition done, int seconds = 5) {
+    auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
     while (!done()) {
         if (std::chrono::steady_clock::now() >= deadline) {
             return false;
