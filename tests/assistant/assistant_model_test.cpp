@@ -9,52 +9,15 @@
 #include <gtest/gtest.h>
 
 #include "base/main_queue.h"
+#include "support/fake_engine.h"
 
 namespace quillo::assistant {
 namespace {
 
 namespace fs = std::filesystem;
 
-// What the stand-in engines were asked, shared with the test.
-struct EngineLog {
-    std::vector<EngineKind> kinds;
-    std::vector<EngineOptions> starts;
-    std::vector<std::string> said;
-    int interrupts = 0;
-    int ends = 0;
-    EngineEvents events;  // the latest engine's
-
-    void emit(EngineEvent::Kind kind, std::string text = {}, std::string id = {}) {
-        EngineEvent event;
-        event.kind = kind;
-        event.text = std::move(text);
-        event.id = std::move(id);
-        events(std::move(event));
-    }
-};
-
-class FakeEngine final : public Engine {
-public:
-    FakeEngine(EngineKind kind, EngineLog& log) : m_kind(kind), m_log(log) {}
-    EngineKind kind() const override { return m_kind; }
-    Result<void> say(const std::string& text) override {
-        m_log.said.push_back(text);
-        m_running = true;
-        return {};
-    }
-    void interrupt() override { ++m_log.interrupts; }
-    void end() override {
-        ++m_log.ends;
-        m_running = false;
-    }
-    bool running() const override { return m_running; }
-    bool busy() const override { return false; }
-
-private:
-    EngineKind m_kind;
-    EngineLog& m_log;
-    bool m_running = false;
-};
+using testing::EngineLog;
+using testing::FakeEngine;
 
 class AssistantModelTest : public ::testing::Test {
 protected:
@@ -139,10 +102,10 @@ TEST_F(AssistantModelTest, ATurnStreamsIntoTheConversationAndIsSaved) {
     EXPECT_FALSE(options.resume);
     EXPECT_EQ(log.said, (std::vector<std::string>{"record a demo of the settings page"}));
 
-    log.emit(Kind::Status, "Starting Codex…");
-    log.emit(Kind::SessionId, "thread-1");
-    log.emit(Kind::TextDelta, "Let me ", "m1");
-    log.emit(Kind::TextDelta, "look.", "m1");
+    log.report(Kind::Status, "Starting Codex…");
+    log.report(Kind::SessionId, "thread-1");
+    log.report(Kind::TextDelta, "Let me ", "m1");
+    log.report(Kind::TextDelta, "look.", "m1");
     queue.runPending();
     EXPECT_EQ(model->status(id), "Starting Codex…");
     // Deltas alone aren't written.
@@ -161,8 +124,8 @@ TEST_F(AssistantModelTest, ATurnStreamsIntoTheConversationAndIsSaved) {
     finished.kind = Kind::StepFinished;
     finished.id = "call-1";
     log.events(finished);
-    log.emit(Kind::TextDelta, "You have two.", "m2");
-    log.emit(Kind::TurnEnded);
+    log.report(Kind::TextDelta, "You have two.", "m2");
+    log.report(Kind::TurnEnded);
     queue.runPending();
 
     EXPECT_FALSE(model->busy(id));
@@ -196,7 +159,7 @@ TEST_F(AssistantModelTest, StopInterruptsAndTheTurnEndsStopped) {
     EXPECT_FALSE(model->send(id, "again"));  // one turn at a time
     model->stop(id);
     EXPECT_EQ(log.interrupts, 1);
-    log.emit(Kind::TurnEnded, "Stopped.");
+    log.report(Kind::TurnEnded, "Stopped.");
     queue.runPending();
     EXPECT_FALSE(model->busy(id));
     EXPECT_EQ(model->conversation(id)->messages.back(),
@@ -217,11 +180,11 @@ TEST_F(AssistantModelTest, AfterAnExitTheNextStartResumesTheSavedSession) {
     const std::string id = model->newConversation();
     ASSERT_TRUE(model->send(id, "hello"));
     queue.runPending();
-    log.emit(Kind::SessionId, "session-7");
-    log.emit(Kind::TextDelta, "Hi", "m1");
+    log.report(Kind::SessionId, "session-7");
+    log.report(Kind::TextDelta, "Hi", "m1");
     const std::string exited =
         "Claude Code stopped: it was killed. Send a message to start it again.";
-    log.emit(Kind::Exited, exited);
+    log.report(Kind::Exited, exited);
     queue.runPending();
     EXPECT_FALSE(model->busy(id));
     EXPECT_EQ(model->conversation(id)->messages.back(),
@@ -248,7 +211,7 @@ TEST_F(AssistantModelTest, AfterAnExitTheNextStartResumesTheSavedSession) {
     EXPECT_EQ(log.starts[2].resume, "session-7");
 
     // The CLI no longer knows the session: it is forgotten.
-    log.emit(Kind::SessionId, "");
+    log.report(Kind::SessionId, "");
     queue.runPending();
     EXPECT_FALSE(model->conversation(id)->sessionId);
     EXPECT_FALSE(onDisk(id)->sessionId);
@@ -299,7 +262,7 @@ TEST_F(AssistantModelTest, RenameDeleteAndTheListOrder) {
     const std::string first = model->newConversation();
     ASSERT_TRUE(model->send(first, "first"));
     queue.runPending();
-    log.emit(Kind::TurnEnded);
+    log.report(Kind::TurnEnded);
     queue.runPending();
     const std::string second = model->newConversation();
     EXPECT_EQ(model->conversations().front().id, second);
@@ -332,7 +295,7 @@ TEST_F(AssistantModelTest, ClosingTheModelEndsEveryCli) {
     EXPECT_EQ(log.ends, 2);
     // An event already on its way finds no model and does nothing.
     log.events = late;
-    log.emit(Kind::TurnEnded);
+    log.report(Kind::TurnEnded);
     queue.runPending();
 }
 

@@ -16,6 +16,7 @@
 #include <QToolButton>
 
 #include "assistant/assistant_model.h"
+#include "support/fake_engine.h"
 #include "views/assistant_conversation_list.h"
 #include "views/assistant_style.h"
 #include "views/assistant_transcript.h"
@@ -29,41 +30,8 @@ using assistant::EngineEvent;
 using assistant::EngineKind;
 using Kind = EngineEvent::Kind;
 
-// What the stand-in engine was asked, and the way to answer as it.
-struct EngineLog {
-    std::vector<std::string> said;
-    int interrupts = 0;
-    int ends = 0;
-    assistant::EngineEvents events;
-
-    void report(Kind kind, std::string text = {}, std::string id = {}, std::string name = {},
-                bool failed = false) {
-        EngineEvent event;
-        event.kind = kind;
-        event.text = std::move(text);
-        event.id = std::move(id);
-        event.name = std::move(name);
-        event.failed = failed;
-        events(std::move(event));
-    }
-};
-
-class FakeEngine final : public assistant::Engine {
-public:
-    explicit FakeEngine(EngineLog& log) : m_log(log) {}
-    EngineKind kind() const override { return EngineKind::Codex; }
-    Result<void> say(const std::string& text) override {
-        m_log.said.push_back(text);
-        return {};
-    }
-    void interrupt() override { ++m_log.interrupts; }
-    void end() override { ++m_log.ends; }
-    bool running() const override { return true; }
-    bool busy() const override { return false; }
-
-private:
-    EngineLog& m_log;
-};
+using testing::EngineLog;
+using testing::FakeEngine;
 
 class AssistantPaneTest : public ::testing::Test {
 protected:
@@ -80,7 +48,7 @@ protected:
             *store,
             [this](EngineKind, assistant::EngineOptions, assistant::EngineEvents events) {
                 log.events = std::move(events);
-                return std::make_unique<FakeEngine>(log);
+                return std::make_unique<FakeEngine>(EngineKind::Codex, log);
             },
             [] { return assistant::AssistantSettings{}; },
             [this](EngineKind, const assistant::AssistantSettings&) { return cli; },
