@@ -15,7 +15,6 @@
 #include "cli_install.h"
 #include "engine_recorder.h"
 #include "headless_quillo.h"
-#include "support/eventually.h"
 
 namespace quillo::assistant {
 namespace {
@@ -24,24 +23,8 @@ using Kind = EngineEvent::Kind;
 
 using Recorder = EngineRecorder;
 
-// Node starting the CLI, and Quillo's bridge built with sanitizers, are slow on a busy machine.
-template <class Condition>
-bool within(Condition done, int seconds = 60) {
-    return testing::eventually(done, seconds);
-}
-
-class ClaudeCliTest : public agent::HeadlessQuilloTest {
+class ClaudeCliTest : public AgentCliTest {
 protected:
-    void SetUp() override {
-        std::string why;
-        if (!installAgentClis(why)) {
-            GTEST_SKIP() << "npm can't install the pinned CLIs: " << why;
-        }
-        isolate();
-        startQuillo();
-        std::filesystem::create_directories(home / "project");
-    }
-
     EngineOptions options() {
         EngineOptions made;
         made.executable = kClaudeCli;

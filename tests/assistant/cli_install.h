@@ -7,6 +7,9 @@
 #include <map>
 #include <string>
 
+#include "headless_quillo.h"
+#include "support/eventually.h"
+
 namespace quillo::assistant {
 
 inline const std::filesystem::path kCliSources = QUILLO_CLI_NPM_DIR;
@@ -22,5 +25,26 @@ bool installAgentClis(std::string& why);
 // update checks and other nonessential traffic turned off, and no credentials.
 std::map<std::string, std::string> offlineEnvironment(std::map<std::string, std::string> base,
                                                       const std::filesystem::path& home);
+
+// Node starting a CLI, and Quillo's bridge built with sanitizers, are slow on a busy machine.
+template <class Condition>
+bool within(Condition done, int seconds = 90) {
+    return testing::eventually(done, seconds);
+}
+
+// A headless Quillo for the pinned CLIs to attach to, in an isolated home with a "project"
+// folder to work in; skipped when npm can't install the CLIs.
+class AgentCliTest : public agent::HeadlessQuilloTest {
+protected:
+    void SetUp() override {
+        std::string why;
+        if (!installAgentClis(why)) {
+            GTEST_SKIP() << "npm can't install the pinned CLIs: " << why;
+        }
+        isolate();
+        startQuillo();
+        std::filesystem::create_directories(home / "project");
+    }
+};
 
 }  // namespace quillo::assistant

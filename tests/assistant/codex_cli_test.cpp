@@ -17,7 +17,6 @@
 #include "cli_install.h"
 #include "engine_recorder.h"
 #include "headless_quillo.h"
-#include "support/eventually.h"
 
 namespace quillo::assistant {
 namespace {
@@ -25,12 +24,6 @@ namespace {
 using Kind = EngineEvent::Kind;
 
 using Recorder = EngineRecorder;
-
-// Node starting the CLI, and Quillo's bridge built with sanitizers, are slow on a busy machine.
-template <class Condition>
-bool within(Condition done, int seconds = 90) {
-    return testing::eventually(done, seconds);
-}
 
 // The lines a child writes, gathered for the test.
 struct Lines {
@@ -54,16 +47,13 @@ struct Lines {
     }
 };
 
-class CodexCliTest : public agent::HeadlessQuilloTest {
+class CodexCliTest : public AgentCliTest {
 protected:
     void SetUp() override {
-        std::string why;
-        if (!installAgentClis(why)) {
-            GTEST_SKIP() << "npm can't install the pinned CLIs: " << why;
+        AgentCliTest::SetUp();
+        if (IsSkipped() || HasFatalFailure()) {
+            return;
         }
-        isolate();
-        startQuillo();
-        std::filesystem::create_directories(home / "project");
         startModel();
     }
 
