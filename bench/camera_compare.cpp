@@ -26,9 +26,7 @@ using namespace quillo;
 
 namespace {
 
-double secondsSince(Clock::time_point start) {
-    return std::chrono::duration<double>(Clock::now() - start).count();
-}
+using quillo::bench::secondsSince;
 
 // A project folder around the benchmark movie, with the camera footage when given.
 fs::path makeProject(const fs::path& media, const std::string& name, const fs::path& movie,
@@ -78,15 +76,10 @@ Cost exportCost(const fs::path& folder, const project::Edits& edits, const fs::p
 }  // namespace
 
 int main(int, char** argv) {
-    fs::path media = fs::absolute(fs::path(argv[0]).parent_path() / "media");
-    fs::create_directories(media);
-    fs::path movie = media / "screen-1min-1080p30.mp4";
-    if (!fs::exists(movie)) {
-        std::fprintf(stderr, "making %s (once)...\n", movie.c_str());
-        if (!bench::makeScreenMinute(movie)) {
-            std::fprintf(stderr, "could not make the benchmark movie\n");
-            return 1;
-        }
+    fs::path media;
+    const fs::path movie = bench::screenMinute(argv[0], &media);
+    if (movie.empty()) {
+        return 1;
     }
     // A minute of 1080p camera picture of each kind, encoded as the camera recorder writes it.
     const std::string presenter =

@@ -21,6 +21,8 @@ using Clock = std::chrono::steady_clock;
 
 namespace {
 
+using quillo::bench::secondsSince;
+
 constexpr int kSeconds = 600;
 
 bool run(const std::string& command) { return std::system(command.c_str()) == 0; }
@@ -45,10 +47,6 @@ bool makeMovie(const fs::path& out) {
     fs::remove(minute);
     fs::remove(list);
     return joined;
-}
-
-double secondsSince(Clock::time_point start) {
-    return std::chrono::duration<double>(Clock::now() - start).count();
 }
 
 }  // namespace

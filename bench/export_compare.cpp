@@ -29,9 +29,7 @@ using namespace quillo;
 
 namespace {
 
-double secondsSince(Clock::time_point start) {
-    return std::chrono::duration<double>(Clock::now() - start).count();
-}
+using quillo::bench::secondsSince;
 
 using quillo::bench::output;
 
@@ -144,15 +142,10 @@ int docsGif(const fs::path& media, const fs::path& movie) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    fs::path media = fs::absolute(fs::path(argv[0]).parent_path() / "media");
-    fs::create_directories(media);
-    fs::path movie = media / "screen-1min-1080p30.mp4";
-    if (!fs::exists(movie)) {
-        std::fprintf(stderr, "making %s (once)...\n", movie.c_str());
-        if (!bench::makeScreenMinute(movie)) {
-            std::fprintf(stderr, "could not make the benchmark movie\n");
-            return 1;
-        }
+    fs::path media;
+    const fs::path movie = bench::screenMinute(argv[0], &media);
+    if (movie.empty()) {
+        return 1;
     }
     if (argc > 1 && std::string(argv[1]) == "--hevc4k") {
         return hevc4k(makeProject(media, movie, richEdits()));

@@ -36,12 +36,10 @@ using namespace quillo;
 
 namespace {
 
+using quillo::bench::secondsSince;
+
 constexpr double kPlaySeconds = 20;
 constexpr int kScrubs = 40;
-
-double secondsSince(Clock::time_point start) {
-    return std::chrono::duration<double>(Clock::now() - start).count();
-}
 
 double percentile(std::vector<double> values, double p) {
     std::sort(values.begin(), values.end());
@@ -261,15 +259,10 @@ void opening(const fs::path& media, const fs::path& minute) {
 int main(int argc, char** argv) {
     redaction::registerDrawing();
     captions::registerBurnIn();
-    fs::path media = fs::absolute(fs::path(argv[0]).parent_path() / "media");
-    fs::create_directories(media);
-    fs::path movie = media / "screen-1min-1080p30.mp4";
-    if (!fs::exists(movie)) {
-        std::fprintf(stderr, "making %s (once)...\n", movie.c_str());
-        if (!bench::makeScreenMinute(movie)) {
-            std::fprintf(stderr, "could not make the benchmark movie\n");
-            return 1;
-        }
+    fs::path media;
+    fs::path movie = bench::screenMinute(argv[0], &media);
+    if (movie.empty()) {
+        return 1;
     }
     // The preview plays what Quillo records: a key frame every second and no B-frames, as the
     // screen recorder writes its movies.

@@ -1,5 +1,6 @@
 #include "screen_movie.h"
 
+#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <string>
@@ -34,6 +35,24 @@ long peakResidentKB() {
         }
     }
     return 0;
+}
+
+std::filesystem::path screenMinute(const char* program, std::filesystem::path* media) {
+    namespace fs = std::filesystem;
+    const fs::path folder = fs::absolute(fs::path(program).parent_path() / "media");
+    fs::create_directories(folder);
+    if (media) {
+        *media = folder;
+    }
+    fs::path movie = folder / "screen-1min-1080p30.mp4";
+    if (!fs::exists(movie)) {
+        std::fprintf(stderr, "making %s (once)...\n", movie.c_str());
+        if (!makeScreenMinute(movie)) {
+            std::fprintf(stderr, "could not make the benchmark movie\n");
+            return {};
+        }
+    }
+    return movie;
 }
 
 }  // namespace quillo::bench

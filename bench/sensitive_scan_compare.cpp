@@ -21,6 +21,8 @@ using Clock = std::chrono::steady_clock;
 
 namespace {
 
+using quillo::bench::secondsSince;
+
 constexpr double kSeconds = 60;
 constexpr const char* kFont = "/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf";
 
@@ -109,10 +111,6 @@ bool makeMovie(const fs::path& out) {
     bool made = std::system(command.c_str()) == 0;
     fs::remove(script);
     return made;
-}
-
-double secondsSince(Clock::time_point start) {
-    return std::chrono::duration<double>(Clock::now() - start).count();
 }
 
 struct Run {
