@@ -4,10 +4,8 @@
 
 #include <QFileDialog>
 #include <QMessageBox>
-#include <QPointer>
 
 #include "assistant/cli_locator.h"
-#include "base/main_queue.h"
 
 namespace quillo::views {
 
@@ -22,29 +20,39 @@ CodexChoice::CodexChoice(app::Preferences& preferences, QWidget* parent)
     rebuild();
     connect(this, qOverload<int>(&QComboBox::activated), this, [this](int index) { pick(index); });
     m_observer = m_preferences.addObserver([this] { rebuild(); });
-    // The installs, found on a thread of their own and shown when they arrive.
-    std::weak_ptr<bool> alive = m_alive;
-    QPointer<CodexChoice> self(this);
-    std::thread([alive, self] {
+    // The installs, found on a thread of their own (the login shell may take seconds); the menu
+    // looks for them a few times a second until they are there. The thread shares nothing but
+    // the look-up, so it may outlive the menu.
+    auto lookup = std::make_shared<Lookup>();
+    m_lookup = lookup;
+    std::thread([lookup] {
         auto installs = assistant::CodexLocator().installs();
-        MainQueue::shared().post([alive, self, installs = std::move(installs)] {
-            auto flag = alive.lock();
-            if (!flag || !*flag || !self) {
-                return;
-            }
-            self->m_found.clear();
-            for (const auto& install : installs) {
-                self->m_found.push_back({QString::fromStdString(install.label),
-                                         QString::fromStdString(install.path.string())});
-            }
-            self->rebuild();
-        });
+        std::lock_guard lock(lookup->mutex);
+        lookup->found = std::move(installs);
     }).detach();
+    m_poll.setInterval(200);
+    connect(&m_poll, &QTimer::timeout, this, [this] { collect(); });
+    m_poll.start();
 }
 
-CodexChoice::~CodexChoice() {
-    *m_alive = false;
-    m_preferences.removeObserver(m_observer);
+CodexChoice::~CodexChoice() { m_preferences.removeObserver(m_observer); }
+
+void CodexChoice::collect() {
+    std::optional<std::vector<assistant::CodexLocator::Install>> installs;
+    {
+        std::lock_guard lock(m_lookup->mutex);
+        installs.swap(m_lookup->found);
+    }
+    if (!installs) {
+        return;
+    }
+    m_poll.stop();
+    m_found.clear();
+    for (const auto& install : *installs) {
+        m_found.push_back(
+            {QString::fromStdString(install.label), QString::fromStdString(install.path.string())});
+    }
+    rebuild();
 }
 
 void CodexChoice::rebuild() {

@@ -1,10 +1,15 @@
 #pragma once
 
 #include <memory>
+#include <mutex>
+#include <optional>
+#include <vector>
 
 #include <QComboBox>
+#include <QTimer>
 
 #include "app/preferences.h"
+#include "assistant/cli_locator.h"
 
 namespace quillo::views {
 
@@ -30,13 +35,19 @@ private:
         QString label;
         QString path;  // empty: Automatic
     };
+    struct Lookup {
+        std::mutex mutex;
+        std::optional<std::vector<assistant::CodexLocator::Install>> found;
+    };
     void rebuild();
     void pick(int index);
+    void collect();
 
     app::Preferences& m_preferences;
     std::vector<Entry> m_found;  // the installs found so far
     PreferenceStore::ObserverId m_observer{};
-    std::shared_ptr<bool> m_alive = std::make_shared<bool>(true);
+    std::shared_ptr<Lookup> m_lookup;
+    QTimer m_poll;
     bool m_building = false;
 };
 
