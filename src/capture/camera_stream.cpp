@@ -2,12 +2,14 @@
 
 #include <cmath>
 #include <mutex>
+#include <optional>
 #include <string>
 
 extern "C" {
 #include <libavdevice/avdevice.h>
 #include <libavutil/opt.h>
 }
+#include <libyuv/scale.h>
 
 #include "base/clock.h"
 #include "capture_texts.h"
@@ -41,6 +43,62 @@ AppError openError(const CameraDevice& device, int code) {
     return AppError(texts::cameraUnavailable(device.name), avError(code));
 }
 
+// The small copy's longest side, and the longest side a camera picture needs for one.
+constexpr int kSmallSide = 640;
+constexpr int kSmallFrom = 960;
+
+// One video track of the file: its encoder, stream and the picture handed to the encoder.
+struct FileTrack {
+    CodecPtr encoder;
+    AVStream* stream = nullptr;
+    FramePtr frame;
+};
+
+// Opens an H.264 track of `width` × `height` in `output`, timed like the camera.
+Result<FileTrack> openTrack(AVFormatContext* output, const AVStream* camera, int width, int height,
+                            int crf) {
+    const AVCodec* codec = avcodec_find_encoder_by_name("libx264");
+    if (!codec) {
+        return AppError("H.264 encoding is not available.");
+    }
+    FileTrack track;
+    track.encoder.reset(avcodec_alloc_context3(codec));
+    AVCodecContext* c = track.encoder.get();
+    c->width = width;
+    c->height = height;
+    c->pix_fmt = AV_PIX_FMT_YUV420P;
+    c->time_base = kFileTimeBase;
+    c->framerate = camera->avg_frame_rate.num > 0 ? camera->avg_frame_rate : AVRational{30, 1};
+    c->gop_size = static_cast<int>(std::lround(2 * av_q2d(c->framerate)));
+    c->color_primaries = AVCOL_PRI_BT709;
+    c->color_trc = AVCOL_TRC_BT709;
+    c->colorspace = AVCOL_SPC_BT709;
+    c->thread_count = 2;
+    if (output->oformat->flags & AVFMT_GLOBALHEADER) {
+        c->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
+    }
+    // Real time beside the screen's encoder: the quickest preset; faces need no more.
+    av_opt_set(c->priv_data, "preset", "ultrafast", 0);
+    av_opt_set_int(c->priv_data, "crf", crf, 0);
+    if (int opened = avcodec_open2(c, codec, nullptr); opened < 0) {
+        return AppError(avError(opened));
+    }
+    track.stream = avformat_new_stream(output, nullptr);
+    if (!track.stream) {
+        return AppError(avError(AVERROR(ENOMEM)));
+    }
+    track.stream->time_base = kFileTimeBase;
+    avcodec_parameters_from_context(track.stream->codecpar, c);
+    track.frame.reset(av_frame_alloc());
+    track.frame->format = c->pix_fmt;
+    track.frame->width = width;
+    track.frame->height = height;
+    if (int got = av_frame_get_buffer(track.frame.get(), 0); got < 0) {
+        return AppError(avError(got));
+    }
+    return track;
+}
+
 }  // namespace
 
 struct CameraStream::Impl {
@@ -55,33 +113,47 @@ struct CameraStream::Impl {
 
     ScalerPtr previewScaler;
 
-    // The file being written.
+    // The file being written: the full picture, and a small copy of it for readers that show
+    // the camera small (when the camera's picture is large).
     OutputPtr output;
-    CodecPtr encoder;
-    AVStream* fileStream = nullptr;
     ScalerPtr fileScaler;
-    FramePtr fileFrame;
+    FileTrack full;
+    std::optional<FileTrack> small;
     PacketPtr filePacket{av_packet_alloc()};
     double fileStart = 0;  // camera time of the file's first frame
     int64_t lastPts = -1;
     bool started = false;
 
-    Result<void> drain() {
+    Result<void> drain(FileTrack& track) {
         while (true) {
-            int got = avcodec_receive_packet(encoder.get(), filePacket.get());
+            int got = avcodec_receive_packet(track.encoder.get(), filePacket.get());
             if (got == AVERROR(EAGAIN) || got == AVERROR_EOF) {
                 return {};
             }
             if (got < 0) {
                 return AppError(avError(got));
             }
-            av_packet_rescale_ts(filePacket.get(), encoder->time_base, fileStream->time_base);
-            filePacket->stream_index = fileStream->index;
+            av_packet_rescale_ts(filePacket.get(), track.encoder->time_base,
+                                 track.stream->time_base);
+            filePacket->stream_index = track.stream->index;
             int written = av_interleaved_write_frame(output.get(), filePacket.get());
             if (written < 0) {
                 return AppError(avError(written));
             }
         }
+    }
+
+    Result<void> encode(FileTrack& track, const AVFrame* frame) {
+        if (int sent = avcodec_send_frame(track.encoder.get(), frame); sent < 0) {
+            return AppError(avError(sent));
+        }
+        return drain(track);
+    }
+
+    void closeFile() {
+        output.reset();
+        full = {};
+        small.reset();
     }
 };
 
@@ -212,53 +284,35 @@ Result<void> CameraStream::startFile(const fs::path& file) {
         return AppError(avError(made));
     }
     m->output.reset(context);
-    const AVCodec* codec = avcodec_find_encoder_by_name("libx264");
-    if (!codec) {
-        m->output.reset();
-        return AppError("H.264 encoding is not available.");
+    const AVStream* camera = m->input->streams[m->streamIndex];
+    const int width = f->width / 2 * 2;
+    const int height = f->height / 2 * 2;
+    auto full = openTrack(context, camera, width, height, 23);
+    if (!full) {
+        m->closeFile();
+        return full.error();
     }
-    m->encoder.reset(avcodec_alloc_context3(codec));
-    AVCodecContext* c = m->encoder.get();
-    c->width = f->width / 2 * 2;
-    c->height = f->height / 2 * 2;
-    c->pix_fmt = AV_PIX_FMT_YUV420P;
-    c->time_base = kFileTimeBase;
-    const AVStream* in = m->input->streams[m->streamIndex];
-    c->framerate = in->avg_frame_rate.num > 0 ? in->avg_frame_rate : AVRational{30, 1};
-    c->gop_size = static_cast<int>(std::lround(2 * av_q2d(c->framerate)));
-    c->color_primaries = AVCOL_PRI_BT709;
-    c->color_trc = AVCOL_TRC_BT709;
-    c->colorspace = AVCOL_SPC_BT709;
-    c->thread_count = 2;
-    if (context->oformat->flags & AVFMT_GLOBALHEADER) {
-        c->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
+    m->full = std::move(*full);
+    m->full.stream->disposition = AV_DISPOSITION_DEFAULT;
+    if (std::max(width, height) > kSmallFrom) {
+        // The small copy keeps the picture's shape; it is encoded a little finer, as it is
+        // already the size it is shown at.
+        const double scale = static_cast<double>(kSmallSide) / std::max(width, height);
+        auto even = [&](int side) { return std::max(2, static_cast<int>(side * scale) / 2 * 2); };
+        auto small = openTrack(context, camera, even(width), even(height), 20);
+        if (!small) {
+            m->closeFile();
+            return small.error();
+        }
+        m->small = std::move(*small);
     }
-    // Real time beside the screen's encoder: the quickest preset; faces need no more.
-    av_opt_set(c->priv_data, "preset", "ultrafast", 0);
-    av_opt_set_int(c->priv_data, "crf", 23, 0);
-    auto fail = [&](int code) {
-        m->encoder.reset();
-        m->output.reset();
-        return AppError(avError(code));
-    };
-    if (int opened = avcodec_open2(c, codec, nullptr); opened < 0) {
-        return fail(opened);
-    }
-    m->fileStream = avformat_new_stream(context, nullptr);
-    m->fileStream->time_base = kFileTimeBase;
-    avcodec_parameters_from_context(m->fileStream->codecpar, c);
     if (int opened = avio_open(&context->pb, file.c_str(), AVIO_FLAG_WRITE); opened < 0) {
-        return fail(opened);
+        m->closeFile();
+        return AppError(avError(opened));
     }
     if (int written = avformat_write_header(context, nullptr); written < 0) {
-        return fail(written);
-    }
-    m->fileFrame.reset(av_frame_alloc());
-    m->fileFrame->format = c->pix_fmt;
-    m->fileFrame->width = c->width;
-    m->fileFrame->height = c->height;
-    if (int got = av_frame_get_buffer(m->fileFrame.get(), 0); got < 0) {
-        return fail(got);
+        m->closeFile();
+        return AppError(avError(written));
     }
     m->lastPts = -1;
     m->started = false;
@@ -272,51 +326,62 @@ Result<void> CameraStream::writeFrame() {
         return {};
     }
     const AVFrame* f = m->frame.get();
-    AVCodecContext* c = m->encoder.get();
+    AVFrame* picture = m->full.frame.get();
     if (!m->started) {
         m->fileStart = m->frameTime;
         m->started = true;
     }
-    int64_t pts = std::llround((m->frameTime - m->fileStart) / av_q2d(c->time_base));
+    int64_t pts = std::llround((m->frameTime - m->fileStart) / av_q2d(kFileTimeBase));
     if (pts <= m->lastPts) {
         return {};  // a frame out of order or repeated: the file keeps time
     }
-    m->fileScaler.reset(sws_getCachedContext(
-        m->fileScaler.release(), f->width, f->height, static_cast<AVPixelFormat>(f->format),
-        c->width, c->height, c->pix_fmt, SWS_BILINEAR, nullptr, nullptr, nullptr));
+    m->fileScaler.reset(sws_getCachedContext(m->fileScaler.release(), f->width, f->height,
+                                             static_cast<AVPixelFormat>(f->format), picture->width,
+                                             picture->height, AV_PIX_FMT_YUV420P, SWS_BILINEAR,
+                                             nullptr, nullptr, nullptr));
     if (!m->fileScaler) {
         return AppError("The camera's pictures could not be converted.");
     }
-    if (int writable = av_frame_make_writable(m->fileFrame.get()); writable < 0) {
+    if (int writable = av_frame_make_writable(picture); writable < 0) {
         return AppError(avError(writable));
     }
-    sws_scale(m->fileScaler.get(), f->data, f->linesize, 0, f->height, m->fileFrame->data,
-              m->fileFrame->linesize);
-    m->fileFrame->pts = pts;
+    sws_scale(m->fileScaler.get(), f->data, f->linesize, 0, f->height, picture->data,
+              picture->linesize);
+    picture->pts = pts;
     m->lastPts = pts;
-    if (int sent = avcodec_send_frame(c, m->fileFrame.get()); sent < 0) {
-        return AppError(avError(sent));
+    if (auto written = m->encode(m->full, picture); !written) {
+        return written;
     }
-    return m->drain();
+    if (!m->small) {
+        return {};
+    }
+    AVFrame* small = m->small->frame.get();
+    if (int writable = av_frame_make_writable(small); writable < 0) {
+        return AppError(avError(writable));
+    }
+    libyuv::I420Scale(picture->data[0], picture->linesize[0], picture->data[1],
+                      picture->linesize[1], picture->data[2], picture->linesize[2], picture->width,
+                      picture->height, small->data[0], small->linesize[0], small->data[1],
+                      small->linesize[1], small->data[2], small->linesize[2], small->width,
+                      small->height, libyuv::kFilterBox);
+    small->pts = pts;
+    return m->encode(*m->small, small);
 }
 
 Result<void> CameraStream::finishFile() {
     if (!m->output) {
         return {};
     }
-    Result<void> result;
-    if (int sent = avcodec_send_frame(m->encoder.get(), nullptr); sent < 0) {
-        result = AppError(avError(sent));
-    } else {
-        result = m->drain();
+    Result<void> result = m->encode(m->full, nullptr);
+    if (m->small) {
+        if (auto drained = m->encode(*m->small, nullptr); !drained && result) {
+            result = drained;
+        }
     }
     if (int written = av_write_trailer(m->output.get()); written < 0 && result) {
         result = AppError(avError(written));
     }
-    m->output.reset();
-    m->encoder.reset();
-    m->fileFrame.reset();
-    m->fileStream = nullptr;
+    m->closeFile();
     return result;
 }
 

@@ -59,6 +59,14 @@ void quietLibraryLogs();
 // Opens a movie's container and reads its stream information.
 Result<InputPtr> openInput(const std::filesystem::path& file);
 
+// The movie's main video track: the one with the largest picture (the first of equals), cover art
+// left out; -1 when there is none.
+int mainVideoStream(const AVFormatContext* input);
+// The video track with the smallest picture that is at least `width` × `height`, else (and for
+// 0 × 0) the main one.
+// A movie may carry a small copy of its picture beside the full one for readers that need less.
+int videoStreamCovering(const AVFormatContext* input, int width, int height);
+
 // The facts of an opened movie (see movie_info.h).
 struct MovieInfo;
 Result<MovieInfo> describe(const std::filesystem::path& file, AVFormatContext* input);

@@ -12,8 +12,48 @@ Result<MovieInfo> readMovieInfo(const std::filesystem::path& file) {
     return describe(file, input->get());
 }
 
+namespace {
+
+bool isPicture(const AVStream* stream) {
+    return stream->codecpar->codec_type == AVMEDIA_TYPE_VIDEO &&
+           !(stream->disposition & AV_DISPOSITION_ATTACHED_PIC) && stream->codecpar->width > 0 &&
+           stream->codecpar->height > 0;
+}
+
+int64_t area(const AVStream* stream) {
+    return static_cast<int64_t>(stream->codecpar->width) * stream->codecpar->height;
+}
+
+}  // namespace
+
+int mainVideoStream(const AVFormatContext* input) {
+    int best = -1;
+    for (unsigned i = 0; i < input->nb_streams; ++i) {
+        const AVStream* stream = input->streams[i];
+        if (isPicture(stream) && (best < 0 || area(stream) > area(input->streams[best]))) {
+            best = static_cast<int>(i);
+        }
+    }
+    return best;
+}
+
+int videoStreamCovering(const AVFormatContext* input, int width, int height) {
+    int best = mainVideoStream(input);
+    if (width <= 0 && height <= 0) {
+        return best;
+    }
+    for (unsigned i = 0; i < input->nb_streams && best >= 0; ++i) {
+        const AVStream* stream = input->streams[i];
+        if (isPicture(stream) && stream->codecpar->width >= width &&
+            stream->codecpar->height >= height && area(stream) < area(input->streams[best])) {
+            best = static_cast<int>(i);
+        }
+    }
+    return best;
+}
+
 Result<MovieInfo> describe(const std::filesystem::path& file, AVFormatContext* context) {
-    int videoIndex = av_find_best_stream(context, AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
+    int videoIndex = mainVideoStream(context);
     if (videoIndex < 0) {
         return AppError("The movie “" + file.filename().string() + "” has no video track.");
     }

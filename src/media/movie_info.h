@@ -10,7 +10,7 @@ namespace quillo::media {
 // What a movie file holds, read from its container without decoding frames.
 struct MovieInfo {
     double duration = 0;   // seconds
-    Size videoSize;        // pixels of the first video track
+    Size videoSize;        // pixels of the main (largest) video track
     double frameRate = 0;  // frames per second of that track (0 when unknown)
     bool hasSound = false;
 };

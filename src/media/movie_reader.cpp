@@ -250,7 +250,8 @@ MovieReader::~MovieReader() = default;
 
 const MovieInfo& MovieReader::info() const { return m->info; }
 
-Result<std::unique_ptr<MovieReader>> MovieReader::open(const fs::path& file, DecodeMode mode) {
+Result<std::unique_ptr<MovieReader>> MovieReader::open(const fs::path& file, DecodeMode mode,
+                                                       Size atLeast) {
     auto input = openInput(file);
     if (!input) {
         return input.error();
@@ -263,7 +264,8 @@ Result<std::unique_ptr<MovieReader>> MovieReader::open(const fs::path& file, Dec
     impl->file = file;
     impl->info = *info;
     impl->input = std::move(input.value());
-    int index = av_find_best_stream(impl->input.get(), AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
+    const int index = videoStreamCovering(impl->input.get(), static_cast<int>(atLeast.width),
+                                          static_cast<int>(atLeast.height));
     impl->stream = impl->input->streams[index];
     for (unsigned i = 0; i < impl->input->nb_streams; ++i) {
         if (static_cast<int>(i) != index) {

@@ -56,9 +56,12 @@ struct SoundFormat {
 class MovieReader {
 public:
     // Errors: "The movie “NAME” could not be read." (library reason in the detail) and
-    // "The movie “NAME” has no video track."
+    // "The movie “NAME” has no video track." Frames come from the main video track, or, when
+    // `atLeast` is given, from the smallest track whose picture is at least that big both ways
+    // (a reader of small pictures then decodes a small copy when the movie carries one).
     static Result<std::unique_ptr<MovieReader>> open(const std::filesystem::path& file,
-                                                     DecodeMode mode = DecodeMode::Exact);
+                                                     DecodeMode mode = DecodeMode::Exact,
+                                                     Size atLeast = {});
     ~MovieReader();
     MovieReader(const MovieReader&) = delete;
     MovieReader& operator=(const MovieReader&) = delete;

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <string>
 #include <thread>
+#include <vector>
 
 extern "C" {
 #include <libavutil/audio_fifo.h>
@@ -12,6 +13,8 @@ extern "C" {
 
 #include "colour_convert.h"
 #include "ffmpeg_util.h"
+#include "libyuv/planar_functions.h"
+#include "quiet_blocks.h"
 
 namespace quillo::media {
 
@@ -50,6 +53,7 @@ struct MovieWriter::Impl {
     AVStream* videoStream = nullptr;
     FramePtr picture{av_frame_alloc()};
     int64_t frames = 0;
+    std::vector<uint8_t> fresh;  // a changed part of the picture before it is taken (I420)
 
     CodecPtr sound;
     AVStream* soundStream = nullptr;
@@ -283,7 +287,7 @@ Result<void> MovieWriter::addFrame(const uint8_t* bgra, int stride) {
 }
 
 Result<void> MovieWriter::updateFrame(const uint8_t* bgra, int stride, int x, int y, int width,
-                                      int height) {
+                                      int height, bool holdNoise) {
     Impl& s = *m;
     if (s.frames == 0) {
         return addFrame(bgra, stride);
@@ -296,16 +300,42 @@ Result<void> MovieWriter::updateFrame(const uint8_t* bgra, int stride, int x, in
     const int top = std::clamp(y, 0, s.settings.height) & ~1;
     const int right = std::min(s.settings.width, (std::max(x + width, left) + 1) & ~1);
     const int bottom = std::min(s.settings.height, (std::max(y + height, top) + 1) & ~1);
-    if (right > left && bottom > top) {
-        AVFrame* p = s.picture.get();
+    AVFrame* p = s.picture.get();
+    auto planesAt = [&](int px, int py) {
+        return PlanesI420{
+            p->data[0] + static_cast<ptrdiff_t>(py) * p->linesize[0] + px,         p->linesize[0],
+            p->data[1] + static_cast<ptrdiff_t>(py / 2) * p->linesize[1] + px / 2, p->linesize[1],
+            p->data[2] + static_cast<ptrdiff_t>(py / 2) * p->linesize[2] + px / 2, p->linesize[2]};
+    };
+    auto convert = [&](const PlanesI420& to) {
         bgraToI420BT709(bgra + static_cast<ptrdiff_t>(top) * stride + left * 4, stride,
-                        right - left, bottom - top,
-                        p->data[0] + static_cast<ptrdiff_t>(top) * p->linesize[0] + left,
-                        p->linesize[0],
-                        p->data[1] + static_cast<ptrdiff_t>(top / 2) * p->linesize[1] + left / 2,
-                        p->linesize[1],
-                        p->data[2] + static_cast<ptrdiff_t>(top / 2) * p->linesize[2] + left / 2,
-                        p->linesize[2]);
+                        right - left, bottom - top, to.y, to.yStride, to.u, to.uStride, to.v,
+                        to.vStride);
+    };
+    if (right > left && bottom > top && !holdNoise) {
+        convert(planesAt(left, top));
+    } else if (right > left && bottom > top) {
+        // The encoder's blocks that the rectangle touches: converted beside the picture, then
+        // taken block by block.
+        const int gridLeft = left & ~15;
+        const int gridTop = top & ~15;
+        const int w = std::min(s.settings.width, (right + 15) & ~15) - gridLeft;
+        const int h = std::min(s.settings.height, (bottom + 15) & ~15) - gridTop;
+        const size_t luma = static_cast<size_t>(w) * h;
+        s.fresh.resize(luma + luma / 2);
+        const PlanesI420 fresh{
+            s.fresh.data(), w, s.fresh.data() + luma, w / 2, s.fresh.data() + luma + luma / 4,
+            w / 2};
+        const PlanesI420 shown = planesAt(gridLeft, gridTop);
+        libyuv::I420Copy(shown.y, shown.yStride, shown.u, shown.uStride, shown.v, shown.vStride,
+                         fresh.y, fresh.yStride, fresh.u, fresh.uStride, fresh.v, fresh.vStride, w,
+                         h);
+        const int dx = left - gridLeft;
+        const int dy = top - gridTop;
+        convert({fresh.y + static_cast<ptrdiff_t>(dy) * w + dx, w,
+                 fresh.u + static_cast<ptrdiff_t>(dy / 2) * (w / 2) + dx / 2, w / 2,
+                 fresh.v + static_cast<ptrdiff_t>(dy / 2) * (w / 2) + dx / 2, w / 2});
+        takeChangedBlocks(fresh, shown, w, h);
     }
     s.picture->pts = s.frames++;
     return s.encode(s.video.get(), s.videoStream, s.picture.get());

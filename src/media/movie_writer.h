@@ -41,8 +41,11 @@ public:
     // The next frame, the same picture as the one before (still stretches cost no conversion).
     Result<void> repeatFrame();
     // The next frame, the same as the one before outside the rectangle (x, y, width, height):
-    // only that part of `bgra` (the whole frame) is converted.
-    Result<void> updateFrame(const uint8_t* bgra, int stride, int x, int y, int width, int height);
+    // only that part of `bgra` (the whole frame) is converted. With `holdNoise` (for camera
+    // footage) the rectangle's blocks that changed by no more than a camera's noise stay as they
+    // were (see takeChangedBlocks), which spares the encoder coding noise.
+    Result<void> updateFrame(const uint8_t* bgra, int stride, int x, int y, int width, int height,
+                             bool holdNoise = false);
     // The next `frames` sample frames of interleaved stereo sound at 48 kHz.
     Result<void> addSound(const float* samples, size_t frames);
     // Drains the encoders and writes the index. The movie is complete only after this.

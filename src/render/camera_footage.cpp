@@ -33,7 +33,9 @@ Result<std::optional<CameraFootage>> CameraFootage::load(const fs::path& folder)
 }
 
 Result<std::unique_ptr<CameraFeed>> CameraFeed::open(const CameraFootage& footage, Size size) {
-    auto reader = media::MovieReader::open(footage.movie, media::DecodeMode::OneThread);
+    // A small picture is read from the footage's small copy when it carries one that is big
+    // enough: decoding that costs a fraction of decoding the full picture.
+    auto reader = media::MovieReader::open(footage.movie, media::DecodeMode::OneThread, size);
     if (!reader) {
         return reader.error();
     }

@@ -344,10 +344,11 @@ Result<void> exportMovie(const RenderPlan& plan, const fs::path& destination, bo
             return withMessage(kFailed, frame.error());
         }
         const uint8_t* pixels = (*frame)->pixels.data();
-        auto added = repeated  ? (*writer)->repeatFrame()
-                     : changed ? (*writer)->updateFrame(pixels, (*frame)->stride(), changed->x,
-                                                        changed->y, changed->width, changed->height)
-                               : (*writer)->addFrame(pixels, (*frame)->stride());
+        auto added = repeated ? (*writer)->repeatFrame()
+                     : changed
+                         ? (*writer)->updateFrame(pixels, (*frame)->stride(), changed->x,
+                                                  changed->y, changed->width, changed->height, true)
+                         : (*writer)->addFrame(pixels, (*frame)->stride());
         if (!added) {
             return withMessage(kFailed, added.error());
         }
