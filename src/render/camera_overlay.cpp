@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstring>
 
+#include "libyuv/planar_functions.h"
 #include "libyuv/scale_argb.h"
 
 namespace quillo::render {
@@ -84,7 +85,12 @@ CameraOverlay::CameraOverlay(const project::CameraStyle& style, const Rect& area
                                 (left - (m_x - spread)),
                             right - left);
             }
-            m_shadow = std::move(clipped);
+            // Each shade spread over a pixel's three colours (the frame is opaque: its alpha
+            // stays), so that darkening runs over bytes.
+            m_shadow.assign(clipped.size() * 4, 0);
+            for (size_t i = 0; i < clipped.size(); ++i) {
+                std::memset(&m_shadow[i * 4], clipped[i], 3);
+            }
             m_shadowX = left;
             m_shadowY = top;
             m_shadowWidth = right - left;
@@ -115,18 +121,14 @@ Size CameraOverlay::readSize(Size camera) const {
 void CameraOverlay::drawShadow(const ImageView& out) const {
     // Darkens what lies beneath the camera; kept apart from the picture, so that frames where
     // only the camera moves don't darken again.
+    const int bytes = m_shadowWidth * 4;
     for (int y = 0; y < m_shadowHeight && !m_shadow.empty(); ++y) {
-        const uint8_t* a = m_shadow.data() + static_cast<size_t>(y) * m_shadowWidth;
+        const uint8_t* shade = m_shadow.data() + static_cast<size_t>(y) * bytes;
         uint8_t* p = out.pixel(m_shadowX, m_shadowY + y);
-        for (int x = 0; x < m_shadowWidth; ++x) {
-            if (a[x] == 0) {
-                continue;
-            }
-            const int keep = 255 - a[x];
-            for (int c = 0; c < 4; ++c) {
-                p[x * 4 + c] = static_cast<uint8_t>((p[x * 4 + c] * keep + 127) / 255 +
-                                                    (c == 3 ? (a[x] * 255 + 127) / 255 : 0));
-            }
+        for (int i = 0; i < bytes; ++i) {
+            // (v + 1 + v / 256) / 256 is v / 255 for every v below 65535, and vectorises.
+            const unsigned v = p[i] * (255u - shade[i]) + 127u;
+            p[i] = static_cast<uint8_t>((v + 1 + (v >> 8)) >> 8);
         }
     }
 }
@@ -190,12 +192,8 @@ void CameraOverlay::drawPicture(const ImageView& camera, const ImageView& out) c
         const int begin = std::clamp(inside.begin, x0, x1);
         const int end = std::clamp(inside.end, begin, x1);
         blend(x0, begin);
-        if (m_mirror) {
-            const uint32_t* s = reinterpret_cast<const uint32_t*>(from);
-            uint32_t* d = reinterpret_cast<uint32_t*>(to);
-            for (int x = begin; x < end; ++x) {
-                d[x] = s[m_width - 1 - x];
-            }
+        if (m_mirror && end > begin) {
+            libyuv::ARGBMirror(from + (m_width - end) * 4, 0, to + begin * 4, 0, end - begin, 1);
         } else if (end > begin) {
             std::memcpy(to + begin * 4, from + begin * 4, static_cast<size_t>(end - begin) * 4);
         }

@@ -52,7 +52,8 @@ private:
         int begin = 0, end = 0;
     };
     std::vector<Span> m_inside;  // per row of the mask: the columns fully covered
-    // The shadow's darkness (0–255) over its own rectangle, clipped to the frame.
+    // The shadow's darkness (0–255) for each byte of its rectangle (none for alpha), clipped to
+    // the frame.
     std::vector<uint8_t> m_shadow;
     int m_shadowX = 0, m_shadowY = 0, m_shadowWidth = 0, m_shadowHeight = 0;
 };
