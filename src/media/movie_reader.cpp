@@ -250,6 +250,11 @@ MovieReader::~MovieReader() = default;
 
 const MovieInfo& MovieReader::info() const { return m->info; }
 
+Size MovieReader::pictureSize() const {
+    return {static_cast<double>(m->stream->codecpar->width),
+            static_cast<double>(m->stream->codecpar->height)};
+}
+
 Result<std::unique_ptr<MovieReader>> MovieReader::open(const fs::path& file, DecodeMode mode,
                                                        Size atLeast) {
     auto input = openInput(file);

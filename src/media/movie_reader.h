@@ -67,6 +67,8 @@ public:
     MovieReader& operator=(const MovieReader&) = delete;
 
     const MovieInfo& info() const;
+    // The size of the pictures in the track this reader decodes.
+    Size pictureSize() const;
 
     // The frame shown at movie time t: the last frame whose presentation time is not after t
     // (the first frame for earlier times, the last one for later times). Requests that move

@@ -45,8 +45,13 @@ Result<std::unique_ptr<CameraFeed>> CameraFeed::open(const CameraFootage& footag
 CameraFeed::CameraFeed(const CameraFootage& footage, std::unique_ptr<media::MovieReader> reader,
                        Size size)
     : m_sync(footage.sync), m_reader(std::move(reader)) {
-    m_format.width = static_cast<int>(size.width);
-    m_format.height = static_cast<int>(size.height);
+    // Pictures with up to twice the pixels asked for are delivered as they are: converting them
+    // whole and scaling only the part the camera shows costs less than scaling them all first.
+    const Size track = m_reader->pictureSize();
+    if (!(track.width * track.height <= 2 * size.width * size.height)) {
+        m_format.width = static_cast<int>(size.width);
+        m_format.height = static_cast<int>(size.height);
+    }
     m_thread = std::thread([this] { decodeAhead(); });
 }
 

@@ -32,7 +32,8 @@ struct CameraFootage {
 // feed's own, so the camera's decoding runs beside the rest of the frame's work.
 class CameraFeed {
 public:
-    // Frames are delivered at `size` pixels (both zero: the footage's own size).
+    // Frames are delivered at `size` pixels, or at the footage's own size when that has at
+    // most twice the pixels (both zero: the footage's own size).
     static Result<std::unique_ptr<CameraFeed>> open(const CameraFootage& footage, Size size);
     ~CameraFeed();
     CameraFeed(const CameraFeed&) = delete;
