@@ -155,11 +155,16 @@ int main(int argc, char** argv) {
             continue;
         }
         std::fprintf(stderr, "making %s (once)...\n", footage.movie.c_str());
+        // The camera's own picture is only a step: recorded, it goes (it is large).
         const fs::path source = media / ("source-" + footage.movie.filename().string());
-        if (!footage.make(source) || !recordCamera(source, footage.movie)) {
+        const fs::path partial = media / ("partial-" + footage.movie.filename().string());
+        const bool made = footage.make(source) && recordCamera(source, partial);
+        fs::remove(source);
+        if (!made) {
             std::fprintf(stderr, "could not make the camera movie\n");
             return 1;
         }
+        fs::rename(partial, footage.movie);
     }
 
     project::Edits edits = project::Edits::fresh(60);
