@@ -293,12 +293,7 @@ void CodexSession::onExit(long generation, int status, const std::string& errors
         }
         events.push_back(
             event(EngineEvent::Kind::Exited, codex::filled(texts::kStopped, "reason", reason)));
-        m_busy = false;
-        m_ready = false;
-        m_waiting.reset();
-        m_calls.clear();
-        m_decoder.reset();
-        m_turnId.clear();
+        forgetProcess();
     }
     emit(std::move(events));
 }
@@ -310,16 +305,20 @@ void CodexSession::end() {
         ++m_generation;  // what the old process still reports is dropped
         child = std::move(m_child);
         m_running = false;
-        m_busy = false;
-        m_ready = false;
-        m_waiting.reset();
-        m_calls.clear();
-        m_decoder.reset();
-        m_turnId.clear();
+        forgetProcess();
     }
     if (child) {
         child->terminate();
     }
+}
+
+void CodexSession::forgetProcess() {
+    m_busy = false;
+    m_ready = false;
+    m_waiting.reset();
+    m_calls.clear();
+    m_decoder.reset();
+    m_turnId.clear();
 }
 
 bool CodexSession::running() const {

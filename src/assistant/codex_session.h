@@ -44,6 +44,8 @@ private:
     void onAnswer(Call what, const Json& message, Events& events);
     void onThread(const Json& result, Events& events);
     void onExit(long generation, int status, const std::string& errors);
+    // Forgets the process's turn, thread readiness and waiting requests (with m_mutex held).
+    void forgetProcess();
     void emit(Events events);
 
     const EngineOptions m_options;

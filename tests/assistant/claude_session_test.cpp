@@ -107,13 +107,7 @@ TEST_F(ClaudeSessionTest, ToolTurnStreamsBlocksAndShowsQuillosStepsOnly) {
     EXPECT_NE(blocks[1].first, blocks[2].first);
 
     // ToolSearch is the CLI's own business; Quillo's tool shows without its prefix.
-    auto started = recorder.of(Kind::StepStarted);
-    ASSERT_EQ(started.size(), 1u);
-    EXPECT_EQ(started[0].name, "list_recordings");
-    auto finished = recorder.of(Kind::StepFinished);
-    ASSERT_EQ(finished.size(), 1u);
-    EXPECT_EQ(finished[0].id, started[0].id);
-    EXPECT_FALSE(finished[0].failed);
+    EXPECT_TRUE(oneStepDone(recorder, "list_recordings"));
 
     auto ended = recorder.of(Kind::TurnEnded);
     EXPECT_FALSE(ended[0].failed);

@@ -177,13 +177,7 @@ TEST_F(CodexCliTest, AWholeTurnStreamsTextAndRunsQuillosTool) {
     EXPECT_FALSE(ended.failed) << ended.text;
     EXPECT_EQ(ended.text, "");
     EXPECT_EQ(recorder.text(), "Let me look.You have recordings.");
-    auto started = recorder.of(Kind::StepStarted);
-    ASSERT_EQ(started.size(), 1u);
-    EXPECT_EQ(started[0].name, "list_recordings");
-    auto finished = recorder.of(Kind::StepFinished);
-    ASSERT_EQ(finished.size(), 1u);
-    EXPECT_EQ(finished[0].id, started[0].id);
-    EXPECT_FALSE(finished[0].failed);
+    EXPECT_TRUE(oneStepDone(recorder, "list_recordings"));
     ASSERT_FALSE(recorder.of(Kind::SessionId).empty());
     EXPECT_FALSE(recorder.of(Kind::SessionId)[0].text.empty());
     EXPECT_FALSE(recorder.of(Kind::Models).empty());

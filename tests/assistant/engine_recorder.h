@@ -4,6 +4,8 @@
 #include <string>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 #include "assistant/engine.h"
 
 namespace quillo::assistant {
@@ -39,5 +41,22 @@ struct EngineRecorder {
         return all;
     }
 };
+
+// Whether exactly one step ran, named `name`, and finished without failing.
+inline ::testing::AssertionResult oneStepDone(const EngineRecorder& recorder,
+                                              const std::string& name) {
+    const auto started = recorder.of(EngineEvent::Kind::StepStarted);
+    const auto finished = recorder.of(EngineEvent::Kind::StepFinished);
+    if (started.size() != 1 || finished.size() != 1) {
+        return ::testing::AssertionFailure()
+               << started.size() << " steps started, " << finished.size() << " finished";
+    }
+    if (started[0].name != name || finished[0].id != started[0].id || finished[0].failed) {
+        return ::testing::AssertionFailure()
+               << "step " << started[0].name << " (" << started[0].id << ") finished as "
+               << finished[0].id << (finished[0].failed ? ", failed" : "");
+    }
+    return ::testing::AssertionSuccess();
+}
 
 }  // namespace quillo::assistant
